@@ -1,0 +1,1 @@
+// Placeholder translation unit: libwebsession.so is assembled from the archives of its parts.
