@@ -29,9 +29,8 @@ public:
                             std::string callback);
     int SendErrorWebSession(st_wh_info* info, int status, std::string message,
                             std::string callback);
-    int SendErrorAndShowErrorWebSession(st_wh_info* info, std::string status,
-                                        std::string message, std::string show,
-                                        std::string callback);
+    int SendErrorAndShowErrorWebSession(st_wh_info* info, std::string status, std::string message,
+                                        std::string show, std::string callback);
     int SendErrorAndShowErrorWebSession(st_wh_info* info, int status, std::string message,
                                         std::string show, std::string callback);
     int SendSuccessWebSession(st_wh_info* info, std::string status, Json::Value& data,
@@ -57,7 +56,7 @@ public:
     std::string CheckChunkLastEventId(st_wh_info* info);
     std::string GetFullHeadLogPath();
     int IsNeedHistoryTest();
-    void WriteTestHead(const std::string& path, const std::string& first,
-                       const std::string& second, const std::string& third);
+    void WriteTestHead(const std::string& path, const std::string& first, const std::string& second,
+                       const std::string& third);
     void WriteLog(const std::string& text);
 };

@@ -45,13 +45,13 @@ struct st_wh_head {
 // The response head: the library sets the fields below and then calls sendHead; the host turns
 // them into the status line and headers.
 struct st_wh_resp {
-    uint32_t contentLength = 0;   // body length announced (ignored for chunked responses)
-    int32_t bodyEncoded = 0;      // 1 when the body went through encodeBody
-    std::string transferEncoding; // "chunked" for event streams, else ""
-    std::string contentType;      // e.g. "text/html;charset=UTF-8"
-    int32_t status = 200;         // HTTP status code
-    std::string statusText;       // reason phrase; a host may derive its own from status
-    std::string location;         // Location header of a redirect, "" for none
+    uint32_t contentLength = 0;    // body length announced (ignored for chunked responses)
+    int32_t bodyEncoded = 0;       // 1 when the body went through encodeBody
+    std::string transferEncoding;  // "chunked" for event streams, else ""
+    std::string contentType;       // e.g. "text/html;charset=UTF-8"
+    int32_t status = 200;          // HTTP status code
+    std::string statusText;        // reason phrase; a host may derive its own from status
+    std::string location;          // Location header of a redirect, "" for none
     // Further response headers in the order given (several Set-Cookie headers, for example).
     std::vector<std::pair<std::string, std::string>> extraHeaders;
     // The request's headers by exact name, as received (read by CheckChunkLastEventId).
@@ -63,9 +63,9 @@ struct st_wh_info {
     // The request body as NUL-terminated text (length through *length), or null when there is
     // none. The buffer belongs to the host and stays valid for the rest of the request.
     const char* (*readBody)(void* connId, uint32_t* length) = nullptr;
-    void* connId = nullptr;           // the connection, opaque to the library
-    st_wh_head* head = nullptr;       // parsed request head
-    Url* url = nullptr;               // the request's parsed URL (path and query string)
+    void* connId = nullptr;      // the connection, opaque to the library
+    st_wh_head* head = nullptr;  // parsed request head
+    Url* url = nullptr;          // the request's parsed URL (path and query string)
     // Reads server variable `var` (WH_VAR_*) into buf; *size is the room on entry and the bytes
     // written on return. False when the variable is unknown or does not fit.
     bool (*getServerVariable)(void* connId, int32_t var, char* buf, uint32_t* size) = nullptr;
@@ -78,7 +78,7 @@ struct st_wh_info {
     // ends; the host announces the encoding when resp->bodyEncoded is 1.
     const char* (*encodeBody)(void* connId, const char* data, uint32_t* length,
                               int32_t mode) = nullptr;
-    st_wh_resp* resp = nullptr;       // the response head
+    st_wh_resp* resp = nullptr;  // the response head
     // The host's document root for this request as NUL-terminated text.
     const char* (*getDocPath)(void* connId) = nullptr;
 };
