@@ -1,0 +1,144 @@
+// Tests of the exported session functions on the process-wide table: the peer address from the
+// host callback, the cookie readers on request records, and a session's life from log-in to
+// log-out as the host sees it.
+#include "session/SessionApi.h"
+
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <string>
+
+#include "session/WebSession.h"
+
+namespace {
+
+// Host callback doubles: the host decides what getServerVariable answers, and a failing or
+// overfilling host cannot be produced otherwise.
+struct PeerHost {
+    bool succeed = true;
+    std::string address;
+    bool fillWhole = false;
+    // What the library passed in.
+    int32_t var = -1;
+    uint32_t sizeIn = 0;
+    bool bufferZeroed = false;
+};
+
+bool PeerVariable(void* connId, int32_t var, char* buf, uint32_t* size) {
+    PeerHost* host = static_cast<PeerHost*>(connId);
+    host->var = var;
+    host->sizeIn = *size;
+    host->bufferZeroed = true;
+    for (uint32_t i = 0; i < *size; ++i) {
+        if (buf[i] != 0)
+            host->bufferZeroed = false;
+    }
+    if (!host->succeed)
+        return false;
+    if (host->fillWhole) {
+        std::memset(buf, 'x', *size);
+        return true;
+    }
+    std::memcpy(buf, host->address.data(), host->address.size());
+    *size = static_cast<uint32_t>(host->address.size());
+    return true;
+}
+
+class SessionApiTest : public ::testing::Test {
+protected:
+    // The process-wide table blocks lookups until its start-up load has run.
+    static void SetUpTestSuite() { BSInitSession(); }
+
+    st_wh_info Record(st_wh_head* head, PeerHost* host = nullptr) {
+        st_wh_info info;
+        info.head = head;
+        info.connId = host;
+        info.getServerVariable = host ? &PeerVariable : nullptr;
+        return info;
+    }
+};
+
+TEST_F(SessionApiTest, PeerAddressComesFromServerVariableTwo) {
+    PeerHost host;
+    host.address = "192.168.7.21";
+    st_wh_head head;
+    st_wh_info info = Record(&head, &host);
+    EXPECT_EQ(GetPeerIP(&info), "192.168.7.21");
+    EXPECT_EQ(host.var, 2);
+    EXPECT_EQ(host.sizeIn, 256u);
+    EXPECT_TRUE(host.bufferZeroed);
+}
+
+TEST_F(SessionApiTest, PeerAddressIsEmptyWhenTheHostCannotAnswer) {
+    st_wh_head head;
+    PeerHost failing;
+    failing.succeed = false;
+    failing.address = "1.2.3.4";
+    st_wh_info info = Record(&head, &failing);
+    EXPECT_EQ(GetPeerIP(&info), "");
+    EXPECT_EQ(GetPeerIP(nullptr), "");
+    st_wh_info noCallback = Record(&head);
+    EXPECT_EQ(GetPeerIP(&noCallback), "");
+}
+
+TEST_F(SessionApiTest, PeerAddressFillingTheWholeBufferIsCutAtItsEnd) {
+    PeerHost host;
+    host.fillWhole = true;
+    st_wh_head head;
+    st_wh_info info = Record(&head, &host);
+    EXPECT_EQ(GetPeerIP(&info), std::string(256, 'x'));
+}
+
+TEST_F(SessionApiTest, CookieReadersTakeTheirOwnCookie) {
+    st_wh_head head;
+    head.cookie = "qv_lan=en; CSRF-TOKEN=tok-1; qvsessionid=sess-1";
+    st_wh_info info = Record(&head);
+    EXPECT_EQ(BSCheckQvSession(&info), "sess-1");
+    EXPECT_EQ(GetTokenFromCookie(&info), "tok-1");
+
+    st_wh_info headless = Record(nullptr);
+    EXPECT_EQ(BSCheckQvSession(&headless), "");
+    EXPECT_EQ(GetTokenFromCookie(&headless), "");
+    EXPECT_EQ(BSCheckQvSession(nullptr), "");
+    EXPECT_EQ(GetTokenFromCookie(nullptr), "");
+}
+
+TEST_F(SessionApiTest, SessionLifeFromLoginToLogout) {
+    st_wh_head head;
+    head.cookie = "qvsessionid=api-life-1";
+    st_wh_info info = Record(&head);
+    EXPECT_TRUE(Web_SessionisPastdue(&info));
+
+    std::string id = "api-life-1";
+    BSAddSession(id, "dora", "tenant7", 1, 0, "10.0.0.9");
+    EXPECT_EQ(id, "api-life-1");
+    EXPECT_FALSE(Web_SessionisPastdue(&info));
+    EXPECT_FALSE(BSWhetherSessionIdTimeOut("api-life-1"));
+    std::string company;
+    EXPECT_TRUE(Session_GetCompanyIdBySessionId("api-life-1", company));
+    EXPECT_EQ(company, "tenant7");
+
+    BSEraseSession("api-life-1");
+    EXPECT_TRUE(Web_SessionisPastdue(&info));
+    EXPECT_TRUE(BSWhetherSessionIdTimeOut("api-life-1"));
+    company = "unchanged";
+    EXPECT_FALSE(Session_GetCompanyIdBySessionId("api-life-1", company));
+    EXPECT_EQ(company, "unchanged");
+}
+
+TEST_F(SessionApiTest, NullRecordIsNotPastdueButAnEmptyIdIsTimedOut) {
+    EXPECT_FALSE(Web_SessionisPastdue(nullptr));
+    EXPECT_TRUE(BSWhetherSessionIdTimeOut(""));
+
+    // A session stored under the empty id is found like any other.
+    std::string empty;
+    BSAddSession(empty, "eve", "t", 1, 0, "");
+    EXPECT_FALSE(BSWhetherSessionIdTimeOut(""));
+    st_wh_head head;  // no cookie at all: the id is "" and that session answers
+    st_wh_info info = Record(&head);
+    EXPECT_FALSE(Web_SessionisPastdue(&info));
+    BSEraseSession("");
+    EXPECT_TRUE(BSWhetherSessionIdTimeOut(""));
+}
+
+}  // namespace

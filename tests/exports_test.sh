@@ -1,0 +1,58 @@
+#!/usr/bin/env bash
+# Checks the names libwebsession.so exports for the session entry points: the host looks the
+# undecorated ones up by name, page handlers link the decorated ones, and the session table's
+# internals stay hidden.
+#   usage: exports_test.sh <path to libwebsession.so>
+set -euo pipefail
+
+lib="${1:?usage: $0 <libwebsession.so>}"
+if [ ! -f "$lib" ]; then
+  echo "FAIL: $lib does not exist (build the websession target first)"
+  exit 1
+fi
+
+exported="$(nm -D --defined-only "$lib" | awk '{print $NF}')"
+failed=0
+
+# Entry points with C linkage: present under exactly these names.
+undecorated=(
+  BSInitSession BSAddSession BSEraseSession Session_GetCompanyIdBySessionId
+  BSWhetherSessionIdTimeOut BSCheckQvSession Web_SessionisPastdue GetPeerIP
+)
+for name in "${undecorated[@]}"; do
+  if ! grep -qx -- "$name" <<<"$exported"; then
+    echo "FAIL: undecorated entry point $name is not exported"
+    failed=1
+  fi
+done
+
+# Entry points that keep C++ linkage: present under their decorated names only.
+decorated=(
+  "_Z18GetTokenFromCookieB5cxx11P10st_wh_info"  # std::string GetTokenFromCookie(st_wh_info*)
+)
+for name in "${decorated[@]}"; do
+  if ! grep -qx -- "$name" <<<"$exported"; then
+    echo "FAIL: decorated entry point $name is not exported"
+    failed=1
+  fi
+done
+if grep -qx -- "GetTokenFromCookie" <<<"$exported"; then
+  echo "FAIL: GetTokenFromCookie is exported with C linkage"
+  failed=1
+fi
+
+# Internals that must stay hidden: the session table and record, the persistence class, the
+# global table and the cookie rule are reached only through the entry points above.
+demangled="$(nm -D --defined-only -C "$lib")"
+for internal in CGWebSession CSessionDb gw_webSession GetCookieValueByRule; do
+  if grep -q -- "$internal" <<<"$demangled"; then
+    echo "FAIL: internal name $internal is exported:"
+    grep -- "$internal" <<<"$demangled" | head -5
+    failed=1
+  fi
+done
+
+if [ "$failed" = 0 ]; then
+  echo "OK: ${#undecorated[@]} undecorated and ${#decorated[@]} decorated session entry points exported, internals hidden"
+fi
+exit "$failed"
