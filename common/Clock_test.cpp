@@ -1,0 +1,55 @@
+// Tests of the clock seam: a test clock replaces time(nullptr), and may be swapped while other
+// threads read it.
+#include "common/Clock.h"
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <thread>
+#include <vector>
+
+#include "common/TimeFace.h"
+
+namespace {
+
+time_t ClockA() {
+    return 1000;
+}
+time_t ClockB() {
+    return 2000;
+}
+
+TEST(ClockTest, TestClockReplacesAndRestoresTheRealOne) {
+    time_t real = ::time(nullptr);
+    tarn::SetClockForTest(ClockA);
+    EXPECT_EQ(tarn::ClockNow(), 1000);
+    EXPECT_EQ(tarn::TimeFace::GetCurrent().GetTime(), 1000);
+    tarn::SetClockForTest(nullptr);
+    EXPECT_GE(tarn::ClockNow(), real);
+    EXPECT_LE(tarn::ClockNow(), ::time(nullptr));
+}
+
+TEST(ClockTest, SwappingWhileOtherThreadsReadIsSafe) {
+    std::atomic<bool> stop{false};
+    std::atomic<int> bad{0};
+    std::vector<std::thread> readers;
+    tarn::SetClockForTest(ClockA);
+    for (int i = 0; i < 4; ++i) {
+        readers.emplace_back([&] {
+            while (!stop.load()) {
+                time_t t = tarn::TimeFace::GetCurrent().GetTime();
+                if (t != 1000 && t != 2000)
+                    bad.fetch_add(1);
+            }
+        });
+    }
+    for (int i = 0; i < 20000; ++i)
+        tarn::SetClockForTest(i % 2 ? ClockA : ClockB);
+    stop.store(true);
+    for (auto& t : readers)
+        t.join();
+    tarn::SetClockForTest(nullptr);
+    EXPECT_EQ(bad.load(), 0);
+}
+
+}  // namespace
