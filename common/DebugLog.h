@@ -14,7 +14,8 @@ namespace _qvcomm {
 WS_API int _vscprintf(const char* format, va_list args);
 
 // One log file name: appends one time-stamped line per call to the file of the current day
-// ("<dir><base><YYYYMMDD>.<ext>"), opening and closing the file for every line.
+// ("<dir><base><YYYYMMDD>.<ext>"), opening and closing the file for every line. The date and the
+// time stamp are local time of tarn::ClockNow(), so a test clock pins them.
 class WS_API CLogFileRel {
 public:
     CLogFileRel(std::string dir, std::string name);

@@ -28,9 +28,9 @@ public:
     ~TimeFace();
     TimeFace& operator=(const TimeFace& other);
 
-    static TimeFace GetCurrent();
+    static TimeFace GetCurrent();    // tarn::ClockNow(), so a test clock moves it
     static uint64_t GetTickCount();  // milliseconds since the epoch (gettimeofday)
-    // The point in time whose UTC civil fields are the ones given (zone offset from ftime,
+    // The point in time whose UTC civil fields are the ones given (the zone's standard offset,
     // daylight saving not corrected).
     static TimeFace GMTToLocalTTime(int year, int month, int day, int hour, int minute,
                                     int second);
