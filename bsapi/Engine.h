@@ -1,0 +1,136 @@
+// The internal engine interface: every storage engine (embedded SQLite, later PostgreSQL) serves the
+// bs_* calls through these sessions. The API layer validates names and arguments, owns the handle
+// registry and the recorded open arguments; an engine only stores and finds.
+#pragma once
+
+#include <list>
+#include <map>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "bsapi/bsapi.h"
+
+namespace bsapi {
+
+// The database server a handle talks to: an address and a port (0 already replaced by 8123).
+struct CServerAddr {
+    std::string m_strAddress;
+    unsigned short m_nPort = 8123;
+};
+
+// Every session is used by one thread at a time (the caller's rule for handles).
+class CSession {
+public:
+    virtual ~CSession() = default;
+    virtual int KeepLive() = 0;  // 0 while the session can still serve
+};
+
+class CTreeSession : public CSession {
+public:
+    // Opens (or re-targets) the session on tree/mainKey and the sub-key path (parts already split
+    // and checked by the API layer; empty = the main key).
+    virtual int Open(const CServerAddr& server, const std::string& tree, const std::string& mainKey,
+                     const std::vector<std::string>& subPath, bool create) = 0;
+    virtual int OpenSubKey(const std::vector<std::string>& subPath) = 0;
+    virtual void Where(std::string& tree, std::string& mainKey, std::string& subKey) const = 0;
+
+    virtual int SubKeys(std::list<std::string>& names) = 0;
+    virtual int InsertSubKey(const std::vector<std::string>& relPath, bool acceptExisting) = 0;
+    // relPath empty = the current key (the session then moves to the parent).
+    virtual int DeleteSubKey(const std::vector<std::string>& relPath) = 0;
+    virtual int RenameSubKey(const std::vector<std::string>& relPath, const std::string& newName) = 0;
+
+    virtual int GetProperty(const std::string& name, tarn::VariableData& value) = 0;
+    virtual int PutProperty(const std::string& name, const tarn::VariableData& value, bool replace) = 0;
+    virtual int EditProperty(const std::string& name, const tarn::VariableData& value) = 0;
+    virtual int DeleteProperty(const std::string& name) = 0;
+    virtual int DeleteAllProperties() = 0;
+    virtual int RenameProperty(const std::string& oldName, const std::string& newName) = 0;
+    virtual int PropertyNames(std::list<std::string>& names) = 0;
+    virtual int AllProperties(std::map<std::string, tarn::VariableData>& values) = 0;
+    virtual int PutProperties(const std::map<std::string, tarn::VariableData>& values, bool replace) = 0;
+
+    virtual int Begin() = 0;
+    virtual int Commit() = 0;
+    virtual int Rollback() = 0;
+};
+
+// A record selection, checked by the API layer (kind 0..2, mode 0..4, field names non-empty).
+struct CSelection {
+    std::string m_strField;  // for kind 0
+    unsigned char m_byKind = 0;
+    unsigned char m_byMode = 0;
+    bool m_bHasFrom = false;
+    bool m_bHasTo = false;
+    tarn::VariableData m_varFrom;
+    tarn::VariableData m_varTo;
+    unsigned int m_nLimit = 0;  // 0: no limit; else at most this many, oldest first
+};
+
+class CCursor : public CSession {
+public:
+    virtual int Current(bs_record& record) = 0;
+    virtual int Next() = 0;
+};
+
+class CTableSession : public CSession {
+public:
+    virtual int Open(const CServerAddr& server, const std::string& dbName) = 0;
+    virtual int CreateTable(const std::string& table, const std::vector<bs_tdfield>& fields,
+                            bool acceptExisting) = 0;
+    virtual int DeleteTable(const std::string& table, bool acceptMissing) = 0;
+    virtual int TableNames(std::list<std::string>& names) = 0;
+    virtual int Fields(const std::string& table, std::vector<bs_tdfield>& fields) = 0;
+    virtual int Insert(const std::string& table, const std::vector<tarn::VariableData>& values,
+                       long createTime, unsigned long long& id) = 0;
+    virtual int Select(const std::string& table, const CSelection& sel, unsigned int& count,
+                       std::unique_ptr<CCursor>& cursor) = 0;
+    virtual int Update(const std::string& table, const std::vector<std::string>& fields,
+                       const std::vector<tarn::VariableData>& values, const CSelection& sel,
+                       unsigned int& changed) = 0;
+    virtual int Delete(const std::string& table, const CSelection& sel, unsigned int& deleted) = 0;
+    virtual int LastRecords(const std::string& table, unsigned int count, std::list<bs_record>& out) = 0;
+    virtual int Begin() = 0;
+    virtual int Commit() = 0;
+    virtual int Rollback() = 0;
+};
+
+struct CMessage {
+    tarn::VariableData m_varValue;
+    std::string m_strName;
+    long m_lTime = 0;
+    unsigned long long m_ullId = 0;
+};
+
+class CQueueSession : public CSession {
+public:
+    virtual int Open(const CServerAddr& server, const std::string& queue, bool create) = 0;
+    virtual int Push(const tarn::VariableData& value, const std::string& name, unsigned char priority,
+                     unsigned long long& id) = 0;
+    virtual int Pop(CMessage& message, unsigned int timeoutMs, bool peek) = 0;
+    virtual int Length(unsigned long long& length) = 0;
+    virtual int Clear() = 0;
+    virtual int Delete() = 0;
+};
+
+class CEngine {
+public:
+    virtual ~CEngine() = default;
+    virtual std::unique_ptr<CTreeSession> NewTree() = 0;
+    virtual std::unique_ptr<CTableSession> NewTable() = 0;
+    virtual std::unique_ptr<CQueueSession> NewQueue() = 0;
+    virtual int CreateTree(const CServerAddr& server, const std::string& tree) = 0;
+    virtual int MainKeys(const CServerAddr& server, const std::string& tree, std::list<std::string>& names) = 0;
+    virtual int TableDbNames(const CServerAddr& server, std::list<std::string>& names) = 0;
+    virtual int QueueNames(const CServerAddr& server, std::list<std::string>& names) = 0;
+};
+
+// The engine chosen by the environment (BSAPI_ENGINE; unset or "sqlite": the embedded engine).
+// Null with `code` set when the name is unknown.
+CEngine* ChosenEngine(int& code);
+
+// The embedded engine's factory (bsapi/sqlite).
+CEngine* SqliteEngine();
+
+}  // namespace bsapi

@@ -1,0 +1,156 @@
+// The handle registry, name checks, the fault-injection hook and bs_close_handle/keep_live.
+#include "bsapi/Registry.h"
+
+#include <atomic>
+#include <cstring>
+#include <map>
+#include <mutex>
+#include <unordered_map>
+
+namespace bsapi {
+
+namespace {
+
+std::mutex g_mtxHandles;  // guards g_mapHandles
+std::unordered_map<void*, std::shared_ptr<CApiHandle>> g_mapHandles;
+
+std::mutex g_mtxFaults;                   // guards g_mapFaults
+std::map<std::string, std::pair<int, int>> g_mapFaults;  // call -> (code, remaining count)
+std::atomic<bool> g_bAnyFault{false};     // fast path: no rule installed
+
+}  // namespace
+
+void RegisterHandle(std::shared_ptr<CApiHandle> object, void*& handle) {
+    void* key = object.get();
+    std::lock_guard<std::mutex> lock(g_mtxHandles);
+    g_mapHandles[key] = std::move(object);
+    handle = key;
+}
+
+std::shared_ptr<CApiHandle> FindHandle(void* handle, EHandleKind kind, int& code) {
+    if (!IsOpenValue(handle)) {
+        code = BS_ERR_CONN_CLOSED;
+        return nullptr;
+    }
+    std::shared_ptr<CApiHandle> found;
+    {
+        std::lock_guard<std::mutex> lock(g_mtxHandles);
+        auto it = g_mapHandles.find(handle);
+        if (it != g_mapHandles.end()) found = it->second;
+    }
+    if (!found || found->m_eKind != kind) {
+        code = BS_ERR_BAD_HANDLE;
+        return nullptr;
+    }
+    code = BS_OK;
+    return found;
+}
+
+std::shared_ptr<CApiHandle> TakeHandle(void* handle) {
+    std::lock_guard<std::mutex> lock(g_mtxHandles);
+    auto it = g_mapHandles.find(handle);
+    if (it == g_mapHandles.end()) return nullptr;
+    std::shared_ptr<CApiHandle> out = std::move(it->second);
+    g_mapHandles.erase(it);
+    return out;
+}
+
+int InjectedFault(const char* call) {
+    if (!g_bAnyFault.load(std::memory_order_relaxed)) return 0;
+    std::lock_guard<std::mutex> lock(g_mtxFaults);
+    for (const char* key : {call, "*"}) {
+        auto it = g_mapFaults.find(key);
+        if (it == g_mapFaults.end()) continue;
+        int code = it->second.first;
+        if (--it->second.second <= 0) g_mapFaults.erase(it);
+        if (g_mapFaults.empty()) g_bAnyFault.store(false);
+        return code;
+    }
+    return 0;
+}
+
+int CheckFileName(const char* name, std::string& out) {
+    if (name == nullptr || *name == '\0') return BS_ERR_BAD_NAME;
+    size_t n = std::strlen(name);
+    if (n > kMaxFileName) return BS_ERR_BAD_NAME;
+    out.assign(name, n);
+    return BS_OK;
+}
+
+int CheckName(const char* name, std::string& out) {
+    if (name == nullptr || *name == '\0') return BS_ERR_BAD_NAME;
+    size_t n = std::strlen(name);
+    if (n > kMaxKeyName) return BS_ERR_BAD_NAME;
+    out.assign(name, n);
+    return BS_OK;
+}
+
+int SplitPath(const char* path, std::vector<std::string>& parts) {
+    parts.clear();
+    if (path == nullptr || *path == '\0') return BS_OK;
+    const char* start = path;
+    for (const char* p = path;; ++p) {
+        if (*p == '\\' || *p == '\0') {
+            size_t n = static_cast<size_t>(p - start);
+            if (n == 0 || n > kMaxKeyName) return BS_ERR_BAD_NAME;
+            parts.emplace_back(start, n);
+            if (*p == '\0') break;
+            start = p + 1;
+        }
+    }
+    return BS_OK;
+}
+
+CServerAddr MakeServer(const char* address, unsigned short port) {
+    CServerAddr s;
+    s.m_strAddress = (address == nullptr || *address == '\0') ? "127.0.0.1" : address;
+    s.m_nPort = port == 0 ? 8123 : port;
+    return s;
+}
+
+}  // namespace bsapi
+
+using namespace bsapi;
+
+int bs_close_handle(void*& handle) {
+    BS_CALL_BEGIN("bs_close_handle")
+    if (!IsOpenValue(handle)) return BS_ERR_CONN_CLOSED;
+    std::shared_ptr<CApiHandle> object = TakeHandle(handle);
+    if (!object) return BS_ERR_BAD_HANDLE;
+    handle = BS_INVALID_HANDLE;
+    // An open transaction ends with the connection: the engine rolls it back on close.
+    object.reset();
+    return BS_OK;
+    BS_CALL_END
+}
+
+int bs_handle_keep_live(void*& handle) {
+    BS_CALL_BEGIN("bs_handle_keep_live")
+    if (!IsOpenValue(handle)) return BS_ERR_CONN_CLOSED;
+    int code = BS_OK;
+    for (EHandleKind kind : {HK_TREE, HK_TABLE, HK_QUEUE, HK_CURSOR}) {
+        std::shared_ptr<CApiHandle> h = FindHandle(handle, kind, code);
+        if (!h) continue;
+        if (h->m_pTree) return h->m_pTree->KeepLive();
+        if (h->m_pTable) return h->m_pTable->KeepLive();
+        if (h->m_pQueue) return h->m_pQueue->KeepLive();
+        if (h->m_pCursor) return h->m_pCursor->KeepLive();
+        return BS_ERR_CONN_RESET;
+    }
+    return BS_ERR_BAD_HANDLE;
+    BS_CALL_END
+}
+
+void bs_debug_fail_next(const char* call, int code, int count) {
+    if (call == nullptr) return;
+    try {
+        std::lock_guard<std::mutex> lock(g_mtxFaults);
+        if (count <= 0 || code == 0) {
+            g_mapFaults.erase(call);
+        } else {
+            g_mapFaults[call] = {code, count};
+        }
+        g_bAnyFault.store(!g_mapFaults.empty());
+    } catch (...) {
+    }
+}
