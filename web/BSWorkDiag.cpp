@@ -9,14 +9,14 @@
 
 #include "common/IniFile.h"
 #include "common/TimeFace.h"
+#include "session/CookieRule.h"
 #include "web/BSWork.h"
-#include "web/BSWorkInternal.h"
 
 std::string CBSWork::CheckQvSession(st_wh_info* info) {
     if (info == nullptr || info->head == nullptr) {
         return "";
     }
-    return ws_web::CookieValue(info->head->cookie, "qvsessionid");
+    return GetCookieValueByRule(info->head->cookie, "qvsessionid");
 }
 
 std::string CBSWork::CheckChunkLastEventId(st_wh_info* info) {

@@ -9,31 +9,8 @@
 #include <string>
 #include <vector>
 
-#include "common/StrWork.h"
+#include "session/CookieRule.h"
 #include "web/BSWork.h"
-#include "web/BSWorkInternal.h"
-
-namespace ws_web {
-
-std::string CookieValue(const std::string& cookieHeader, const std::string& name) {
-    std::string text = cookieHeader;
-    text += ';';
-    const std::string::size_type at = text.find(name);
-    const std::string::size_type semi = at == std::string::npos ? at : text.find(';', at);
-    if (static_cast<uint32_t>(semi) == 0xffffffffu || semi == std::string::npos) {
-        return "";
-    }
-    const std::string piece = text.substr(at, semi - at);
-    const std::string withEquals = name + "=";
-    const std::string::size_type match = piece.find(withEquals);
-    if (match == std::string::npos) {
-        return "";  // the name first stands inside another cookie's value
-    }
-    const int n = static_cast<int>(piece.size() - match - withEquals.size());
-    return _qvcomm::CStrWork::Right(piece, n);
-}
-
-}  // namespace ws_web
 
 namespace {
 
@@ -103,7 +80,8 @@ std::string CBSWork::GetLan(st_wh_info* info) {
     if (info == nullptr || info->head == nullptr) {
         return "";
     }
-    return ws_web::CookieValue(info->head->cookie, "qv_lan");
+    // The library's one cookie rule, shared with the session and CSRF cookies.
+    return GetCookieValueByRule(info->head->cookie, "qv_lan");
 }
 
 std::string CBSWork::GetLanDocPath(st_wh_info* info) {
