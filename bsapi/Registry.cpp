@@ -154,3 +154,38 @@ void bs_debug_fail_next(const char* call, int code, int count) {
     } catch (...) {
     }
 }
+
+const char* bs_result_text(int code) {
+    switch (code) {
+        case BS_OK: return "success";
+        case BS_ERR_OTHER_NAMES: return "the handle is open on other names";
+        case BS_ERR_NO_SUBKEY: return "the sub key does not exist";
+        case BS_ERR_NO_TREE: return "the tree does not exist";
+        case BS_ERR_NO_TRANSACTION: return "no transaction is open";
+        case BS_ERR_NO_QUEUE: return "the queue does not exist";
+        case BS_ERR_NO_MAINKEY: return "the main key does not exist";
+        case BS_ERR_NO_KEY: return "the key or property does not exist";
+        case BS_ERR_BAD_NAME: return "invalid name";
+        case BS_ERR_CONN_LOST: return "connection lost";
+        case BS_ERR_CONN_RESET: return "connection reset";
+        case BS_ERR_CONN_CLOSED: return "the handle is not open";
+        case BS_ERR_BUSY: return "the database is busy";
+        case BS_ERR_TIMEOUT: return "timed out";
+        case BS_ERR_EXISTS: return "it already exists";
+        case BS_ERR_CONSTRAINT: return "a constraint refused the change";
+        case BS_ERR_TYPE: return "the value does not fit the type";
+        case BS_ERR_NO_TABLE: return "the table does not exist";
+        case BS_ERR_NO_FIELD: return "the field does not exist";
+        case BS_ERR_BAD_ARG: return "bad argument";
+        case BS_ERR_IO: return "the database files cannot be read or written";
+        case BS_ERR_CORRUPT: return "a database file is damaged";
+        case BS_ERR_BAD_HANDLE: return "not a handle of this kind";
+        case BS_ERR_END: return "no more records";
+        case BS_ERR_TOO_BIG: return "too large";
+        case BS_ERR_IN_TRANSACTION: return "a transaction is already open";
+        case BS_ERR_NO_MEMORY: return "out of memory";
+        case BS_ERR_NO_ENGINE: return "unknown database engine";
+        case BS_ERR_INTERNAL: return "internal failure";
+        default: return "unknown result code";
+    }
+}

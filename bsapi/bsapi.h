@@ -235,6 +235,7 @@ struct BSAPI_API bs_tdfield {
 typedef std::unordered_map<std::string, tarn::VariableData> bs_record;
 
 // ----------------------------------------------------------------------------- handles
+BSAPI_API const char* bs_result_text(int code);  // a short English text for a result code
 BSAPI_API int bs_close_handle(void*& handle);     // any handle or cursor; resets it to all-ones
 BSAPI_API int bs_handle_keep_live(void*& handle);  // 0 while the handle can still serve
 
