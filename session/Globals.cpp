@@ -9,7 +9,18 @@
 //   5. g_GrossHandlePool and the remaining objects
 // The maintenance thread sleeps one second before its first step, so the objects after it are
 // finished before it touches them.
+#include "common/QvUtil.h"
+#include "protect/WebToken.h"
 #include "session/WebSession.h"
 
 // 1. The session table.
 CGWebSessionColl gw_webSession;
+
+// 2. The filter's tag list, its lock and its text are defined with the filter
+//    (protect/XssFilter.cpp); the text is a constant and the list and lock start empty, so their
+//    place in this order does not change what the filter sees.
+
+// 3. The token statics, then the token collection.
+std::string CWebTokenColl::m_strTmpFilePath = CQvUtil::GetInstallPath() + "/webharbour/hdoc/tmp";
+std::string CWebTokenColl::m_strMiddleIni = CQvUtil::GetInstallPath() + "/middle/Conf/middle.ini";
+CWebTokenColl g_WebTokenColl;

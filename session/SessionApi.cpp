@@ -1,11 +1,13 @@
-// The exported session functions: thin wrappers over gw_webSession, the cookie readers and the
-// peer address. None of them lets an exception reach the host.
+// The exported session functions and switch wrappers: thin wrappers over gw_webSession and
+// g_WebTokenColl, the cookie readers and the peer address. None lets an exception reach the host.
 #include "session/SessionApi.h"
 
 #include <cstring>
 
+#include "protect/WebToken.h"
 #include "session/CookieRule.h"
 #include "session/WebSession.h"
+#include "web/BSWork.h"
 
 namespace {
 
@@ -24,6 +26,7 @@ std::string CookieOfRecord(st_wh_info* info, const char* name) {
 
 void BSInitSession() {
     try {
+        g_WebTokenColl.InitData();
         gw_webSession.InitData();
     } catch (...) {
         // A failed load leaves the table as it stands; the host keeps running.
@@ -83,8 +86,13 @@ bool Web_SessionisPastdue(st_wh_info* info) {
     if (info == nullptr) {
         return false;
     }
-    // Reads the session cookie by the same rule CBSWork::CheckQvSession applies.
-    return BSWhetherSessionIdTimeOut(BSCheckQvSession(info));
+    std::string sessionId;
+    try {
+        sessionId = CBSWork().CheckQvSession(info);
+    } catch (...) {
+        return false;
+    }
+    return BSWhetherSessionIdTimeOut(sessionId);
 }
 
 std::string GetPeerIP(st_wh_info* info) {
@@ -103,4 +111,31 @@ std::string GetPeerIP(st_wh_info* info) {
     } catch (...) {
         return "";
     }
+}
+
+bool BSAddTokenToCache(std::string token) {
+    try {
+        g_WebTokenColl.AddTimeToken(token);
+    } catch (...) {
+    }
+    return true;
+}
+
+bool BSWhetherCheckVerifyCode() {
+    return g_WebTokenColl.GetCheckVerifyCode();
+}
+
+bool BSGetVerifyToken(bool& checkVerifyCode, bool& checkToken) {
+    checkVerifyCode = g_WebTokenColl.GetCheckVerifyCode();
+    checkToken = g_WebTokenColl.GetCheckToken();
+    return checkToken;
+}
+
+bool BSSetVerifyToken(int checkVerifyCode, int checkToken) {
+    try {
+        // Only the low byte of each argument counts: 256 switches off, like 0.
+        g_WebTokenColl.SetVerifyCodeToken((checkVerifyCode & 0xff) != 0, (checkToken & 0xff) != 0);
+    } catch (...) {
+    }
+    return true;
 }

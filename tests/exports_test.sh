@@ -18,6 +18,8 @@ failed=0
 undecorated=(
   BSInitSession BSAddSession BSEraseSession Session_GetCompanyIdBySessionId
   BSWhetherSessionIdTimeOut BSCheckQvSession Web_SessionisPastdue GetPeerIP
+  Web_SessionInit BSGetTokenCookie BSCheckToken BSAddTokenToCache
+  BSWhetherCheckVerifyCode BSGetVerifyToken BSSetVerifyToken
 )
 for name in "${undecorated[@]}"; do
   if ! grep -qx -- "$name" <<<"$exported"; then
@@ -42,9 +44,11 @@ if grep -qx -- "GetTokenFromCookie" <<<"$exported"; then
 fi
 
 # Internals that must stay hidden: the session table and record, the persistence class, the
-# global table and the cookie rule are reached only through the entry points above.
+# token collection, the two globals and the cookie rule are reached only through the entry
+# points above.
 demangled="$(nm -D --defined-only -C "$lib")"
-for internal in CGWebSession CSessionDb gw_webSession GetCookieValueByRule; do
+for internal in CGWebSession CSessionDb gw_webSession CWebTokenColl g_WebTokenColl \
+                GetCookieValueByRule; do
   if grep -q -- "$internal" <<<"$demangled"; then
     echo "FAIL: internal name $internal is exported:"
     grep -- "$internal" <<<"$demangled" | head -5

@@ -1,0 +1,66 @@
+// CWebTokenColl: the CSRF tokens (issue times, token files, the sweeper) and the protection
+// switches of section "safe"; the process-wide g_WebTokenColl.
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <list>
+#include <map>
+#include <mutex>
+#include <string>
+
+// A token is "<md5 of a fresh GUID>-<issue time in seconds>". Each issued token is mirrored as
+// the file "<m_strTmpFilePath>/<md5 of the token>.txt" holding the token, so that every worker
+// process of the host sees it; a token is accepted for 16 seconds (15 whole seconds old at most)
+// while its file exists. The sweeper deletes the files of tokens 16 or more seconds old.
+class CWebTokenColl {
+public:
+    // Sweep interval 60 s, both switches on, until InitData reads the settings.
+    CWebTokenColl();
+    ~CWebTokenColl();
+    CWebTokenColl(const CWebTokenColl&) = delete;
+    CWebTokenColl& operator=(const CWebTokenColl&) = delete;
+
+    // "<install>/webharbour/hdoc/tmp": where token files live. Set once at load.
+    static std::string m_strTmpFilePath;
+    // "<install>/middle/Conf/middle.ini": the protection switches and the sweep interval.
+    static std::string m_strMiddleIni;
+
+    // Reads "tokeninterval", "checktoken" and "checkverifycode" of section "safe".
+    void InitData();
+    // Writes both switches to section "safe" of the middle INI file and stores them; true.
+    bool SetVerifyCodeToken(bool checkVerifyCode, bool checkToken);
+
+    // Records the token's issue time (at most one token per second is recorded).
+    void AddTimeToken(const std::string& token);
+    // The issue time in a token: the number after its first "-", 0 when there is none.
+    static int64_t CutTime(const std::string& token);
+    // Collects the digests of tokens issued 16 or more seconds ago; the number collected.
+    size_t CalcTimeOutToken();
+    // Deletes the files of the collected digests (failures ignored) and forgets the digests.
+    void RemoveTokenFile();
+    // The sweeper: sleeps the interval, collects, deletes; never returns.
+    void TimerClearToken();
+
+    // The path of the token file of `token`.
+    static std::string TokenFilePath(const std::string& token);
+
+    bool GetCheckToken() const { return m_bCheckToken.load(std::memory_order_relaxed); }
+    bool GetCheckVerifyCode() const { return m_bCheckVerifyCode.load(std::memory_order_relaxed); }
+    uint32_t GetTokenInterval() const { return m_nTokenInterval.load(std::memory_order_relaxed); }
+    // The number of recorded issue times (diagnostics and tests).
+    size_t GetRecordedTokenCount();
+
+private:
+    std::mutex m_mutexToken;                     // guards m_mapTokens and m_lstTimeOutDigests
+    std::map<int64_t, std::string> m_mapTokens;  // issue time -> md5 of the token
+    std::list<std::string> m_lstTimeOutDigests;  // collected by the last CalcTimeOutToken
+    // Settings: single values written by InitData / SetVerifyCodeToken and read by request
+    // threads without a lock, hence atomic.
+    std::atomic<uint32_t> m_nTokenInterval;  // "tokeninterval", seconds
+    std::atomic<bool> m_bCheckToken;         // "checktoken"
+    std::atomic<bool> m_bCheckVerifyCode;    // "checkverifycode"
+};
+
+// The process-wide token collection (defined in session/Globals.cpp, after the session table).
+extern CWebTokenColl g_WebTokenColl;
