@@ -2,6 +2,8 @@
 #include "bsapi/sqlite/SqliteConn.h"
 
 #include <sys/stat.h>
+#include <time.h>
+#include <unistd.h>
 
 #include <cstdlib>
 #include <cstring>
@@ -52,6 +54,20 @@ int MapSqlite(int rc, sqlite3* db) {
     }
 }
 
+// Waits for a lock held by another connection. Short sleeps first (10 us doubling up to 1 ms):
+// writers here hold the lock for microseconds, and SQLite's own handler would sleep whole
+// milliseconds from the start.
+int CSqliteConn::OnBusy(void* self, int count) {
+    CSqliteConn* conn = static_cast<CSqliteConn*>(self);
+    struct timespec now;
+    clock_gettime(CLOCK_MONOTONIC, &now);
+    long long ns = now.tv_sec * 1000000000LL + now.tv_nsec;
+    if (count == 0) conn->m_llBusySinceNs = ns;
+    if (ns - conn->m_llBusySinceNs >= conn->m_nBusyTimeoutMs * 1000000LL) return 0;
+    ::usleep(static_cast<useconds_t>(count < 7 ? 10 << count : 1000));
+    return 1;
+}
+
 bool FileExists(const std::string& path) {
     struct stat st;
     return ::stat(path.c_str(), &st) == 0 && S_ISREG(st.st_mode);
@@ -77,7 +93,8 @@ int CSqliteConn::Open(const std::string& path, bool create, const char* schema,
     int rc = sqlite3_open_v2(path.c_str(), &conn->m_pDb, flags, nullptr);
     if (rc != SQLITE_OK) return MapSqlite(rc, conn->m_pDb);
     sqlite3_extended_result_codes(conn->m_pDb, 0);
-    sqlite3_busy_timeout(conn->m_pDb, BusyTimeoutMs());
+    conn->m_nBusyTimeoutMs = BusyTimeoutMs();
+    sqlite3_busy_handler(conn->m_pDb, &CSqliteConn::OnBusy, conn.get());
     // WAL lets readers run beside one writer and keeps a crash from damaging the file.
     rc = conn->Exec("PRAGMA journal_mode=WAL");
     if (rc != BS_OK) return rc;

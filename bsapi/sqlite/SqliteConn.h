@@ -44,6 +44,9 @@ private:
     std::string m_strPath;
     sqlite3_stmt* m_aStmt[kSlots] = {};
     bool m_bUserTxn = false;
+    int m_nBusyTimeoutMs = 5000;
+    long long m_llBusySinceNs = 0;  // when the current wait for a lock began
+    static int OnBusy(void* self, int count);
     unsigned long long m_ullDev = 0, m_ullIno = 0;  // the file opened, to notice a replaced one
 };
 
