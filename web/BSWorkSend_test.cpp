@@ -123,6 +123,12 @@ TEST_F(BSWorkSendTest, EnvelopesByteForByte) {
          [&data](CBSWork& w, st_wh_info* i) { return w.SendSuccessWebSession(i, "", data, ""); },
          "{\n   \"data\" : {\n      \"a\" : \"x\",\n      \"b\" : 2\n   },\n   \"errmsg\" : \"\",\n"
          "   \"status\" : \"success\"\n}\n"},
+        {"non-ASCII text leaves as JSON escapes",
+         [](CBSWork& w, st_wh_info* i) {
+             return w.SendErrorWebSession(i, "failed", "请求不合法", "");
+         },
+         "{\n   \"errmsg\" : \"\\u8bf7\\u6c42\\u4e0d\\u5408\\u6cd5\",\n   \"status\" : "
+         "\"failed\"\n}\n"},
         {"callback used as given",
          [](CBSWork& w, st_wh_info* i) { return w.SendErrorWebSession(i, "s", "", "a<b>"); },
          "a<b>({\n   \"errmsg\" : \"\",\n   \"status\" : \"s\"\n}\n);"},
