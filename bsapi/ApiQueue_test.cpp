@@ -8,6 +8,7 @@
 #include <chrono>
 #include <set>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "bsapi/bsapi.h"
@@ -216,4 +217,40 @@ TEST_F(QueueTest, DeletingTheQueueWakesAWaitingPopWith121) {
     int status = 0;
     waitpid(pid, &status, 0);
     EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0);
+}
+
+TEST_F(QueueTest, ThreadsWithHandlesOfTheirOwnShareOneQueue) {
+    ASSERT_EQ(Open(m_h, "shared", BS_MQ_OPEN_CREATE), BS_OK);
+    const int kPerThread = 150;
+    std::vector<std::vector<int>> got(2);
+    std::vector<std::thread> threads;
+    for (int t = 0; t < 2; ++t) {  // two pushers
+        threads.emplace_back([this, t] {
+            void* h = BS_INVALID_HANDLE;
+            ASSERT_EQ(Open(h, "shared", BS_MQ_OPEN_EXISTING), BS_OK);
+            for (int i = 0; i < kPerThread; ++i) {
+                unsigned long long id = 0;
+                ASSERT_EQ(bs_mq_push(h, VariableData(t * kPerThread + i), "", id, 0), BS_OK);
+            }
+            bs_close_handle(h);
+        });
+    }
+    for (int t = 0; t < 2; ++t) {  // two poppers, until the queue stays empty for 300 ms
+        threads.emplace_back([this, t, &got] {
+            void* h = BS_INVALID_HANDLE;
+            ASSERT_EQ(Open(h, "shared", BS_MQ_OPEN_EXISTING), BS_OK);
+            VariableData v;
+            std::string name;
+            long time = 0;
+            unsigned long long id = 0;
+            while (bs_mq_pop(h, v, name, time, id, 300, false) == BS_OK) got[t].push_back(v);
+            bs_close_handle(h);
+        });
+    }
+    for (std::thread& th : threads) th.join();
+    std::vector<int> all = got[0];
+    all.insert(all.end(), got[1].begin(), got[1].end());
+    std::sort(all.begin(), all.end());
+    ASSERT_EQ(all.size(), static_cast<size_t>(2 * kPerThread));
+    for (int i = 0; i < 2 * kPerThread; ++i) EXPECT_EQ(all[i], i);
 }

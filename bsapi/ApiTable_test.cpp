@@ -1,6 +1,7 @@
 // Tests of the table-database calls and cursors, written against the API only.
 #include <gtest/gtest.h>
 
+#include <cstdlib>
 #include <limits>
 #include <string>
 #include <vector>
@@ -255,4 +256,29 @@ TEST_F(TableTest, RolledBackTransactionLeavesNothing) {
     ASSERT_EQ(bs_tabledb_get_all_tablenames(m_h, names), BS_OK);
     EXPECT_EQ(names, std::list<std::string>({"log"}));
     EXPECT_EQ(bs_tabledb_commit_transaction(m_h), BS_ERR_NO_TRANSACTION);
+}
+
+TEST_F(TableTest, ClosingAHandleEndsItsTransactionEvenWithACursorOpen) {
+    ::setenv("BSAPI_BUSY_TIMEOUT_MS", "100", 1);
+    ASSERT_EQ(bs_tabledb_begin_transaction(m_h), BS_OK);
+    Insert("uncommitted", 1, 1);
+    void* cursor = BS_INVALID_HANDLE;
+    unsigned int count = 0;
+    ASSERT_EQ(bs_tabledb_get_record(m_h, "log", count, cursor), BS_OK);
+    EXPECT_EQ(count, 1u);  // the transaction sees its own record
+    ASSERT_EQ(bs_close_handle(m_h), BS_OK);
+    void* other = BS_INVALID_HANDLE;
+    ASSERT_EQ(bs_tabledb_open(other, "events", "", "", 0, 0, "127.0.0.1", m_nPort), BS_OK);
+    unsigned long long id = 0;
+    EXPECT_EQ(bs_tabledb_insert_record(other, "log", {VariableData("after")}, id), BS_OK);  // no lock left
+    void* c2 = BS_INVALID_HANDLE;
+    ASSERT_EQ(bs_tabledb_get_record(other, "log", count, c2), BS_OK);
+    EXPECT_EQ(count, 1u);
+    bs_record r;
+    ASSERT_EQ(bs_tabledb_get_cursor(c2, r), BS_OK);
+    EXPECT_EQ(r["name"].GetText(), "after");
+    bs_close_handle(c2);
+    bs_close_handle(cursor);
+    bs_close_handle(other);
+    ::unsetenv("BSAPI_BUSY_TIMEOUT_MS");
 }

@@ -85,11 +85,12 @@ CSqliteConn::~CSqliteConn() {
 }
 
 int CSqliteConn::Open(const std::string& path, bool create, const char* schema,
-                      std::shared_ptr<CSqliteConn>& out) {
+                      std::shared_ptr<CSqliteConn>& out, bool shared) {
     if (!create && !FileExists(path)) return BS_ERR_CONN_LOST;
     std::shared_ptr<CSqliteConn> conn(new CSqliteConn());
     conn->m_strPath = path;
-    int flags = SQLITE_OPEN_READWRITE | SQLITE_OPEN_NOMUTEX | (create ? SQLITE_OPEN_CREATE : 0);
+    int flags = SQLITE_OPEN_READWRITE | (shared ? SQLITE_OPEN_FULLMUTEX : SQLITE_OPEN_NOMUTEX) |
+                (create ? SQLITE_OPEN_CREATE : 0);
     int rc = sqlite3_open_v2(path.c_str(), &conn->m_pDb, flags, nullptr);
     if (rc != SQLITE_OK) return MapSqlite(rc, conn->m_pDb);
     sqlite3_extended_result_codes(conn->m_pDb, 0);

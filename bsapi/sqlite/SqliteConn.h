@@ -19,8 +19,10 @@ public:
     ~CSqliteConn();
     // Opens `path`; a missing file is created only when `create` is set (else BS_ERR_CONN_LOST).
     // `schema` runs once per file, inside BEGIN IMMEDIATE, while PRAGMA user_version is 0.
+    // `shared`: the connection serves a handle and its cursors, which may be used from different
+    // threads, so SQLite serialises the calls on it.
     static int Open(const std::string& path, bool create, const char* schema,
-                    std::shared_ptr<CSqliteConn>& out);
+                    std::shared_ptr<CSqliteConn>& out, bool shared = false);
 
     sqlite3* Db() const { return m_pDb; }
     const std::string& Path() const { return m_strPath; }

@@ -176,6 +176,10 @@ private:
 
 class CSqliteTable : public CTableSession {
 public:
+    // Cursors may keep the connection beyond the handle; the handle's transaction ends with it.
+    ~CSqliteTable() override {
+        if (m_pConn && m_pConn->InUserTxn()) m_pConn->RollbackUser();
+    }
     int KeepLive() override { return m_pConn ? m_pConn->KeepLive() : BS_ERR_CONN_CLOSED; }
 
     int Open(const CServerAddr& server, const std::string& dbName) override {
@@ -183,8 +187,11 @@ public:
         if (m_pConn && m_pConn->Path() == file) return BS_OK;
         if (MakeDirs(ServerDir(server)) != BS_OK) return BS_ERR_IO;
         std::shared_ptr<CSqliteConn> conn;
-        int rc = CSqliteConn::Open(file, true, kTableSchema, conn);
-        if (rc == BS_OK) m_pConn = std::move(conn);
+        int rc = CSqliteConn::Open(file, true, kTableSchema, conn, true);
+        if (rc == BS_OK) {
+            if (m_pConn && m_pConn->InUserTxn()) m_pConn->RollbackUser();
+            m_pConn = std::move(conn);
+        }
         return rc;
     }
 
