@@ -2,7 +2,10 @@
 #include "protect/XssFilter.h"
 
 #include <atomic>
+#include <cctype>
 #include <cstdio>
+#include <string_view>
+#include <unordered_set>
 
 #include "common/StrWork.h"
 
@@ -17,9 +20,15 @@ std::mutex g_mutexTag;
 
 namespace {
 
-// Set (release) once g_lstHtTag is complete, so that readers can test it without the lock and
-// without racing with the filling thread.
+// Set (release) once g_lstHtTag and g_setTags are complete, so that readers can test it
+// without the lock and without racing with the filling thread.
 std::atomic<bool> g_bTagsReady{false};
+
+// The tags as a set, filled with g_lstHtTag (under g_mutexTag) and read-only afterwards; the
+// views point into g_lstHtTag's strings. Every tag is "<", text without "<" or ">", and ">", so a
+// tag occurs at position p exactly when the text from p up to the next ">" equals it: one pass
+// over the "<" of a value finds every occurrence (the tests hold the list to that shape).
+std::unordered_set<std::string_view> g_setTags;
 
 void FillTagList() {
     if (g_bTagsReady.load(std::memory_order_acquire)) {
@@ -29,7 +38,26 @@ void FillTagList() {
     if (g_lstHtTag.empty()) {
         _qvcomm::CStrWork::MakeListByTok(g_h5Tag, g_lstHtTag, ',');
     }
+    g_setTags.clear();
+    for (const std::string& tag : g_lstHtTag) {
+        g_setTags.insert(tag);
+    }
     g_bTagsReady.store(true, std::memory_order_release);
+}
+
+bool ContainsTag(const std::string& test) {
+    const std::string_view view(test);
+    for (size_t open = view.find('<'); open != std::string_view::npos;
+         open = view.find('<', open + 1)) {
+        const size_t close = view.find('>', open + 1);
+        if (close == std::string_view::npos) {
+            return false;
+        }
+        if (g_setTags.count(view.substr(open, close - open + 1)) != 0) {
+            return true;
+        }
+    }
+    return false;
 }
 
 bool Refused(const std::string& value) {
@@ -38,15 +66,19 @@ bool Refused(const std::string& value) {
     if (value.find('<') == std::string::npos) {
         return false;
     }
-    const std::string test =
-        _qvcomm::CStrWork::ReplaceAll(_qvcomm::CStrWork::StrToLower(value), " ", "");
-    const bool wrapped = test.size() > 2 && test.front() == '<' && test.back() == '>';
-    for (const std::string& tag : g_lstHtTag) {
-        if (test.find(tag) != std::string::npos || wrapped) {
-            return true;
+    // The test text: the value lower-cased (libc's table) with every blank removed.
+    std::string test;
+    test.reserve(value.size());
+    for (const char c : value) {
+        if (c != ' ') {
+            test.push_back(static_cast<char>(std::tolower(static_cast<unsigned char>(c))));
         }
     }
-    return false;
+    if (g_lstHtTag.empty()) {
+        return false;  // no tag to test, so neither rule is ever reached
+    }
+    const bool wrapped = test.size() > 2 && test.front() == '<' && test.back() == '>';
+    return wrapped || ContainsTag(test);
 }
 
 }  // namespace

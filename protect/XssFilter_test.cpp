@@ -87,6 +87,13 @@ TEST_F(XssFilterTest, ConcurrentFirstUse) {
     ASSERT_EQ(g_lstHtTag.size(), 37u);
     EXPECT_EQ(std::count(g_lstHtTag.begin(), g_lstHtTag.end(), "<onunload>"), 2);
     EXPECT_EQ(std::vector<std::string>(g_lstHtTag.begin(), g_lstHtTag.end()), SplitTags());
+    // The filter finds tags in one pass over the "<" of a value; that needs every tag to be
+    // "<", then no "<" or ">", then ">".
+    for (const std::string& tag : g_lstHtTag) {
+        EXPECT_TRUE(tag.size() > 2 && tag.front() == '<' && tag.back() == '>' &&
+                    tag.find_first_of("<>", 1) == tag.size() - 1)
+            << tag;
+    }
 }
 
 TEST_F(XssFilterTest, ListedCases) {
