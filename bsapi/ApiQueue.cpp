@@ -7,10 +7,11 @@ using namespace bsapi;
 
 namespace {
 
-#define BS_QUEUE(h)                                                \
-    int found_ = BS_OK;                                            \
+#define BS_QUEUE(h)                                                    \
+    int found_ = BS_OK;                                                \
     std::shared_ptr<CApiHandle> obj = FindHandle(h, HK_QUEUE, found_); \
-    if (!obj) return found_;                                       \
+    if (!obj)                                                          \
+        return found_;                                                 \
     CQueueSession& queue = *obj->m_pQueue;
 
 int CheckMode(unsigned int mode) {
@@ -26,18 +27,23 @@ int CheckMessageName(const char* name) {
 int bs_mq_open(void*& handle, const char* queueName, const char* secondName, unsigned int mode,
                unsigned int flags, const char* address, unsigned short port) {
     BS_CALL_BEGIN("bs_mq_open")
-    if (IsOpenValue(handle)) return BS_ERR_OTHER_NAMES;
+    if (IsOpenValue(handle))
+        return BS_ERR_OTHER_NAMES;
     std::string name;
     int rc = CheckName(queueName, name);
-    if (rc == BS_OK) rc = CheckMode(mode);
-    if (rc != BS_OK) return rc;
+    if (rc == BS_OK)
+        rc = CheckMode(mode);
+    if (rc != BS_OK)
+        return rc;
     CEngine* engine = ChosenEngine(rc);
-    if (engine == nullptr) return rc;
+    if (engine == nullptr)
+        return rc;
     auto obj = std::make_shared<CApiHandle>(HK_QUEUE);
     obj->m_pQueue = engine->NewQueue();
     obj->m_server = MakeServer(address, port);
     rc = obj->m_pQueue->Open(obj->m_server, name, mode == BS_MQ_OPEN_CREATE);
-    if (rc != BS_OK) return rc;
+    if (rc != BS_OK)
+        return rc;
     obj->m_strName1 = name;
     obj->m_strName2 = secondName ? secondName : "";
     obj->m_nFlags = flags;
@@ -52,9 +58,12 @@ int bs_mq_reopen(void*& handle, const char* queueName, const char* secondName, u
     BS_QUEUE(handle)
     std::string name;
     int rc = CheckName(queueName, name);
-    if (rc == BS_OK) rc = CheckMode(mode);
-    if (rc == BS_OK) rc = queue.Open(obj->m_server, name, mode == BS_MQ_OPEN_CREATE);
-    if (rc != BS_OK) return rc;
+    if (rc == BS_OK)
+        rc = CheckMode(mode);
+    if (rc == BS_OK)
+        rc = queue.Open(obj->m_server, name, mode == BS_MQ_OPEN_CREATE);
+    if (rc != BS_OK)
+        return rc;
     obj->m_strName1 = name;
     obj->m_strName2 = secondName ? secondName : "";
     obj->m_nFlags = flags;
@@ -67,7 +76,8 @@ int bs_mq_push(void*& handle, const tarn::VariableData& message, const char* nam
     BS_CALL_BEGIN("bs_mq_push")
     BS_QUEUE(handle)
     int rc = CheckMessageName(name);
-    if (rc != BS_OK) return rc;
+    if (rc != BS_OK)
+        return rc;
     return queue.Push(message, name ? name : "", priority, id);
     BS_CALL_END
 }
@@ -76,10 +86,13 @@ int bs_mq_push(void*& handle, const tarn::MemCache& message, unsigned int size, 
                unsigned long long& id, unsigned char priority) {
     BS_CALL_BEGIN("bs_mq_push_raw")
     BS_QUEUE(handle)
-    if (size > message.GetSize()) return BS_ERR_BAD_ARG;
+    if (size > message.GetSize())
+        return BS_ERR_BAD_ARG;
     int rc = CheckMessageName(name);
-    if (rc != BS_OK) return rc;
-    return queue.Push(tarn::VariableData(message.GetBuffer(), size), name ? name : "", priority, id);
+    if (rc != BS_OK)
+        return rc;
+    return queue.Push(tarn::VariableData(message.GetBuffer(), size), name ? name : "", priority,
+                      id);
     BS_CALL_END
 }
 
@@ -89,7 +102,8 @@ int bs_mq_pop(void*& handle, tarn::VariableData& message, std::string& name, lon
     BS_QUEUE(handle)
     CMessage m;
     int rc = queue.Pop(m, timeoutMs, peek);
-    if (rc != BS_OK) return rc;
+    if (rc != BS_OK)
+        return rc;
     message = std::move(m.m_varValue);
     name.swap(m.m_strName);
     time = m.m_lTime;
@@ -104,17 +118,20 @@ int bs_mq_pop(void*& handle, tarn::MemCache& message, unsigned int& size, std::s
     BS_QUEUE(handle)
     CMessage m;
     int rc = queue.Pop(m, timeoutMs, peek);
-    if (rc != BS_OK) return rc;
+    if (rc != BS_OK)
+        return rc;
     bool ok;
     if (m.m_varValue.GetType() == tarn::VariableData::VT_STRING) {
         const std::string& s = m.m_varValue.GetText();
         ok = message.Assign(s.data(), s.size());
     } else {
         int n = m.m_varValue.Size();
-        ok = message.Resize(static_cast<size_t>(n)) && m.m_varValue.SerialData(message.GetBuffer(), n);
+        ok = message.Resize(static_cast<size_t>(n)) &&
+             m.m_varValue.SerialData(message.GetBuffer(), n);
     }
     // The message has left the queue; an allocation failure here cannot put it back.
-    if (!ok) return BS_ERR_NO_MEMORY;
+    if (!ok)
+        return BS_ERR_NO_MEMORY;
     size = static_cast<unsigned int>(message.GetSize());
     name.swap(m.m_strName);
     time = m.m_lTime;
@@ -144,12 +161,12 @@ int bs_mq_delete(void*& handle) {
     BS_CALL_END
 }
 
-int bs_mq_query_all_names(std::list<std::string>& names, const char* address,
-                          unsigned short port) {
+int bs_mq_query_all_names(std::list<std::string>& names, const char* address, unsigned short port) {
     BS_CALL_BEGIN("bs_mq_query_all_names")
     int rc = BS_OK;
     CEngine* engine = ChosenEngine(rc);
-    if (engine == nullptr) return rc;
+    if (engine == nullptr)
+        return rc;
     return engine->QueueNames(MakeServer(address, port), names);
     BS_CALL_END
 }

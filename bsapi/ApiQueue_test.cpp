@@ -33,7 +33,8 @@ protected:
         m_nPort = next++;
     }
     void TearDown() override {
-        if (m_h != BS_INVALID_HANDLE) bs_close_handle(m_h);
+        if (m_h != BS_INVALID_HANDLE)
+            bs_close_handle(m_h);
     }
     int Open(void*& h, const char* name, unsigned mode) {
         return bs_mq_open(h, name, "reader", mode, 0, "127.0.0.1", m_nPort);
@@ -137,7 +138,8 @@ TEST_F(QueueTest, EmptyPopWaitsForItsTimeout) {
 TEST_F(QueueTest, TwoProcessesPoppingNeverShareAMessage) {
     ASSERT_EQ(Open(m_h, "work", BS_MQ_OPEN_CREATE), BS_OK);
     const int kMessages = 600;
-    for (int i = 0; i < kMessages; ++i) Push(VariableData(i));
+    for (int i = 0; i < kMessages; ++i)
+        Push(VariableData(i));
     int fds[2][2];
     pid_t pids[2];
     for (int p = 0; p < 2; ++p) {
@@ -145,7 +147,8 @@ TEST_F(QueueTest, TwoProcessesPoppingNeverShareAMessage) {
         pids[p] = fork();
         if (pids[p] == 0) {
             void* h = BS_INVALID_HANDLE;
-            if (bs_mq_open(h, "work", "", 1, 0, "127.0.0.1", m_nPort) != 0) _exit(2);
+            if (bs_mq_open(h, "work", "", 1, 0, "127.0.0.1", m_nPort) != 0)
+                _exit(2);
             VariableData v;
             std::string name;
             long t;
@@ -153,7 +156,8 @@ TEST_F(QueueTest, TwoProcessesPoppingNeverShareAMessage) {
             int rc;
             while ((rc = bs_mq_pop(h, v, name, t, id, 50, false)) == BS_OK) {
                 int value = v;
-                if (write(fds[p][1], &value, sizeof value) != sizeof value) _exit(3);
+                if (write(fds[p][1], &value, sizeof value) != sizeof value)
+                    _exit(3);
             }
             _exit(rc == BS_ERR_TIMEOUT ? 0 : 4);
         }
@@ -162,7 +166,8 @@ TEST_F(QueueTest, TwoProcessesPoppingNeverShareAMessage) {
     std::vector<int> all;
     for (int p = 0; p < 2; ++p) {
         int value;
-        while (read(fds[p][0], &value, sizeof value) == sizeof value) all.push_back(value);
+        while (read(fds[p][0], &value, sizeof value) == sizeof value)
+            all.push_back(value);
         close(fds[p][0]);
         int status = 0;
         waitpid(pids[p], &status, 0);
@@ -170,7 +175,8 @@ TEST_F(QueueTest, TwoProcessesPoppingNeverShareAMessage) {
     }
     std::sort(all.begin(), all.end());
     ASSERT_EQ(all.size(), static_cast<size_t>(kMessages));  // none lost, none twice
-    for (int i = 0; i < kMessages; ++i) EXPECT_EQ(all[i], i);
+    for (int i = 0; i < kMessages; ++i)
+        EXPECT_EQ(all[i], i);
 }
 
 TEST_F(QueueTest, PushFromAnotherProcessWakesAWaitingPop) {
@@ -180,12 +186,15 @@ TEST_F(QueueTest, PushFromAnotherProcessWakesAWaitingPop) {
     pid_t pid = fork();
     if (pid == 0) {
         void* h = BS_INVALID_HANDLE;
-        if (bs_mq_open(h, "wake", "", 1, 0, "127.0.0.1", m_nPort) != 0) _exit(2);
+        if (bs_mq_open(h, "wake", "", 1, 0, "127.0.0.1", m_nPort) != 0)
+            _exit(2);
         usleep(300000);  // the parent is asleep in its pop by now
         long long pushed = NowNs();
         unsigned long long id;
-        if (bs_mq_push(h, VariableData("ping"), "", id, 0) != 0) _exit(3);
-        if (write(fds[1], &pushed, sizeof pushed) != sizeof pushed) _exit(4);
+        if (bs_mq_push(h, VariableData("ping"), "", id, 0) != 0)
+            _exit(3);
+        if (write(fds[1], &pushed, sizeof pushed) != sizeof pushed)
+            _exit(4);
         _exit(0);
     }
     VariableData v;
@@ -207,7 +216,8 @@ TEST_F(QueueTest, DeletingTheQueueWakesAWaitingPopWith121) {
     if (pid == 0) {
         void* h = BS_INVALID_HANDLE;
         usleep(200000);
-        if (bs_mq_open(h, "doomed", "", 1, 0, "127.0.0.1", m_nPort) != 0) _exit(2);
+        if (bs_mq_open(h, "doomed", "", 1, 0, "127.0.0.1", m_nPort) != 0)
+            _exit(2);
         _exit(bs_mq_delete(h) == 0 ? 0 : 3);
     }
     VariableData v;
@@ -243,14 +253,17 @@ TEST_F(QueueTest, ThreadsWithHandlesOfTheirOwnShareOneQueue) {
             std::string name;
             long time = 0;
             unsigned long long id = 0;
-            while (bs_mq_pop(h, v, name, time, id, 300, false) == BS_OK) got[t].push_back(v);
+            while (bs_mq_pop(h, v, name, time, id, 300, false) == BS_OK)
+                got[t].push_back(v);
             bs_close_handle(h);
         });
     }
-    for (std::thread& th : threads) th.join();
+    for (std::thread& th : threads)
+        th.join();
     std::vector<int> all = got[0];
     all.insert(all.end(), got[1].begin(), got[1].end());
     std::sort(all.begin(), all.end());
     ASSERT_EQ(all.size(), static_cast<size_t>(2 * kPerThread));
-    for (int i = 0; i < 2 * kPerThread; ++i) EXPECT_EQ(all[i], i);
+    for (int i = 0; i < 2 * kPerThread; ++i)
+        EXPECT_EQ(all[i], i);
 }

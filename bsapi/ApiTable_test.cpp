@@ -35,7 +35,8 @@ protected:
         ASSERT_EQ(bs_tabledb_create_table(m_h, "log", fields, 0), BS_OK);
     }
     void TearDown() override {
-        if (m_h != BS_INVALID_HANDLE) bs_close_handle(m_h);
+        if (m_h != BS_INVALID_HANDLE)
+            bs_close_handle(m_h);
     }
     unsigned long long Insert(const char* name, int level, long ctime) {
         unsigned long long id = 0;
@@ -59,12 +60,16 @@ protected:
         EXPECT_EQ(bs_close_handle(cursor), BS_OK);
         return out;
     }
-    std::vector<bs_record> Select(const char* field, const VariableData* from, const VariableData* to,
-                                  unsigned char mode, unsigned char kind, unsigned int* count = nullptr) {
+    std::vector<bs_record> Select(const char* field, const VariableData* from,
+                                  const VariableData* to, unsigned char mode, unsigned char kind,
+                                  unsigned int* count = nullptr) {
         void* cursor = BS_INVALID_HANDLE;
         unsigned int n = 0;
-        EXPECT_EQ(bs_tabledb_get_record_by_field(m_h, "log", field, from, to, mode, kind, n, cursor), BS_OK);
-        if (count != nullptr) *count = n;
+        EXPECT_EQ(
+            bs_tabledb_get_record_by_field(m_h, "log", field, from, to, mode, kind, n, cursor),
+            BS_OK);
+        if (count != nullptr)
+            *count = n;
         std::vector<bs_record> rows = Walk(cursor);
         EXPECT_EQ(rows.size(), n);
         return rows;
@@ -85,7 +90,8 @@ TEST_F(TableTest, StructureAndNames) {
     bs_free_fields(fields);
     std::list<bs_tdfield*> none;
     EXPECT_EQ(bs_tabledb_create_table(m_h, "log", none, 0), BS_ERR_EXISTS);
-    EXPECT_EQ(bs_tabledb_create_table(m_h, "LOG", none, 0), BS_ERR_EXISTS);  // SQL names ignore case
+    EXPECT_EQ(bs_tabledb_create_table(m_h, "LOG", none, 0),
+              BS_ERR_EXISTS);  // SQL names ignore case
     EXPECT_EQ(bs_tabledb_create_table(m_h, "log", none, BS_TABLE_ACCEPT_EXISTING), BS_OK);
     ASSERT_EQ(bs_tabledb_create_table(m_h, "bare", none, 0), BS_OK);
     std::list<std::string> names;
@@ -115,12 +121,13 @@ TEST_F(TableTest, BadDefinitionsAreRefused) {
         std::list<bs_tdfield*> fields;
         int code;
     } cases[] = {
-        {"t1", {&autoid}, BS_ERR_BAD_NAME}, {"t2", {&a, &a2}, BS_ERR_BAD_NAME},
-        {"t3", {&untyped}, BS_ERR_BAD_ARG}, {"t4", {&empty}, BS_ERR_BAD_NAME},
-        {"t5", {nullptr}, BS_ERR_BAD_ARG},  {"sqlite_x", {&a}, BS_ERR_BAD_NAME},
+        {"t1", {&autoid}, BS_ERR_BAD_NAME},   {"t2", {&a, &a2}, BS_ERR_BAD_NAME},
+        {"t3", {&untyped}, BS_ERR_BAD_ARG},   {"t4", {&empty}, BS_ERR_BAD_NAME},
+        {"t5", {nullptr}, BS_ERR_BAD_ARG},    {"sqlite_x", {&a}, BS_ERR_BAD_NAME},
         {"_bs_table", {&a}, BS_ERR_BAD_NAME}, {"", {&a}, BS_ERR_BAD_NAME},
     };
-    for (const Case& c : cases) EXPECT_EQ(bs_tabledb_create_table(m_h, c.table, c.fields, 0), c.code) << c.table;
+    for (const Case& c : cases)
+        EXPECT_EQ(bs_tabledb_create_table(m_h, c.table, c.fields, 0), c.code) << c.table;
     std::list<std::string> names;
     ASSERT_EQ(bs_tabledb_get_all_tablenames(m_h, names), BS_OK);
     EXPECT_EQ(names, std::list<std::string>({"log"}));
@@ -143,13 +150,16 @@ TEST_F(TableTest, InsertValuesAreTypedAndChecked) {
         {{VariableData(std::string(17, 'x'))}, BS_ERR_TOO_BIG},
         {{VariableData("n"), VariableData(1), VariableData(1u), VariableData(1.0), VariableData(1)},
          BS_ERR_CONSTRAINT},
-        {{VariableData(), VariableData(), VariableData(), VariableData(), VariableData(), VariableData()},
+        {{VariableData(), VariableData(), VariableData(), VariableData(), VariableData(),
+          VariableData()},
          BS_ERR_BAD_ARG},
     };
-    for (const Case& c : cases) EXPECT_EQ(bs_tabledb_insert_record(m_h, "log", c.values, id), c.code);
+    for (const Case& c : cases)
+        EXPECT_EQ(bs_tabledb_insert_record(m_h, "log", c.values, id), c.code);
     EXPECT_EQ(bs_tabledb_insert_record(m_h, "nosuch", ok, id), BS_ERR_NO_TABLE);
     unsigned int count = 0;
-    std::vector<bs_record> rows = Select(nullptr, nullptr, nullptr, BS_CMP_ALL, BS_SEL_AUTOID, &count);
+    std::vector<bs_record> rows =
+        Select(nullptr, nullptr, nullptr, BS_CMP_ALL, BS_SEL_AUTOID, &count);
     ASSERT_EQ(rows.size(), 1u);
     bs_record& r = rows[0];
     EXPECT_EQ(r["level"].GetType(), VariableData::VT_INT16);
@@ -164,13 +174,16 @@ TEST_F(TableTest, InsertValuesAreTypedAndChecked) {
 
 TEST_F(TableTest, SelectionsByFieldTimeAndIdWalkEveryPage) {
     std::vector<unsigned long long> ids;
-    for (int i = 0; i < 250; ++i) ids.push_back(Insert(i % 2 ? "odd" : "even", i, 5000 + i));
-    for (size_t i = 1; i < ids.size(); ++i) ASSERT_GT(ids[i], ids[i - 1]);
+    for (int i = 0; i < 250; ++i)
+        ids.push_back(Insert(i % 2 ? "odd" : "even", i, 5000 + i));
+    for (size_t i = 1; i < ids.size(); ++i)
+        ASSERT_GT(ids[i], ids[i - 1]);
     VariableData odd("odd");
     unsigned int count = 0;
     std::vector<bs_record> rows = Select("name", &odd, nullptr, BS_CMP_EQUAL, BS_SEL_FIELD, &count);
     ASSERT_EQ(count, 125u);
-    for (size_t i = 0; i < rows.size(); ++i) EXPECT_EQ(static_cast<int>(rows[i]["level"]), 2 * int(i) + 1);
+    for (size_t i = 0; i < rows.size(); ++i)
+        EXPECT_EQ(static_cast<int>(rows[i]["level"]), 2 * int(i) + 1);
     VariableData from = Time(5010), to = Time(5019);
     EXPECT_EQ(Select(nullptr, &from, &to, BS_CMP_RANGE, BS_SEL_CTIME).size(), 10u);
     EXPECT_EQ(Select(nullptr, &from, nullptr, BS_CMP_RANGE, BS_SEL_CTIME).size(), 240u);
@@ -184,11 +197,21 @@ TEST_F(TableTest, SelectionsByFieldTimeAndIdWalkEveryPage) {
     EXPECT_EQ(Select("level", &level, nullptr, BS_CMP_EQUAL, BS_SEL_FIELD).size(), 1u);
     void* cursor = BS_INVALID_HANDLE;
     VariableData bad("x");
-    EXPECT_EQ(bs_tabledb_get_record_by_field(m_h, "log", "level", &bad, nullptr, 3, 0, count, cursor), BS_ERR_TYPE);
-    EXPECT_EQ(bs_tabledb_get_record_by_field(m_h, "log", "nofield", &odd, nullptr, 3, 0, count, cursor), BS_ERR_NO_FIELD);
-    EXPECT_EQ(bs_tabledb_get_record_by_field(m_h, "log", "name", &odd, nullptr, 5, 0, count, cursor), BS_ERR_BAD_ARG);
-    EXPECT_EQ(bs_tabledb_get_record_by_field(m_h, "log", "name", &odd, nullptr, 3, 7, count, cursor), BS_ERR_BAD_ARG);
-    EXPECT_EQ(bs_tabledb_get_record_by_field(m_h, "log", "name", nullptr, nullptr, 3, 0, count, cursor), BS_ERR_BAD_ARG);
+    EXPECT_EQ(
+        bs_tabledb_get_record_by_field(m_h, "log", "level", &bad, nullptr, 3, 0, count, cursor),
+        BS_ERR_TYPE);
+    EXPECT_EQ(
+        bs_tabledb_get_record_by_field(m_h, "log", "nofield", &odd, nullptr, 3, 0, count, cursor),
+        BS_ERR_NO_FIELD);
+    EXPECT_EQ(
+        bs_tabledb_get_record_by_field(m_h, "log", "name", &odd, nullptr, 5, 0, count, cursor),
+        BS_ERR_BAD_ARG);
+    EXPECT_EQ(
+        bs_tabledb_get_record_by_field(m_h, "log", "name", &odd, nullptr, 3, 7, count, cursor),
+        BS_ERR_BAD_ARG);
+    EXPECT_EQ(
+        bs_tabledb_get_record_by_field(m_h, "log", "name", nullptr, nullptr, 3, 0, count, cursor),
+        BS_ERR_BAD_ARG);
     EXPECT_EQ(cursor, BS_INVALID_HANDLE);
     int signedCount = -1;
     ASSERT_EQ(bs_tabledb_get_record(m_h, "log", signedCount, cursor), BS_OK);
@@ -200,39 +223,50 @@ TEST_F(TableTest, SelectionsByFieldTimeAndIdWalkEveryPage) {
 
 TEST_F(TableTest, UpdateAndDeleteByFieldTimeAndId) {
     std::vector<unsigned long long> ids;
-    for (int i = 0; i < 20; ++i) ids.push_back(Insert(i < 10 ? "a" : "b", i, 100 + i));
+    for (int i = 0; i < 20; ++i)
+        ids.push_back(Insert(i < 10 ? "a" : "b", i, 100 + i));
     unsigned int changed = 0;
     VariableData a("a");
-    ASSERT_EQ(bs_tabledb_update_record_by_field(m_h, "log", {"level"}, {VariableData(99)}, "name", &a,
-                                                nullptr, BS_CMP_EQUAL, BS_SEL_FIELD, changed), BS_OK);
+    ASSERT_EQ(bs_tabledb_update_record_by_field(m_h, "log", {"level"}, {VariableData(99)}, "name",
+                                                &a, nullptr, BS_CMP_EQUAL, BS_SEL_FIELD, changed),
+              BS_OK);
     EXPECT_EQ(changed, 10u);
     VariableData t = Time(115);
-    ASSERT_EQ(bs_tabledb_update_record_by_field(m_h, "log", {"name", "ratio"}, {VariableData("late"), VariableData(2.5)},
-                                                nullptr, &t, nullptr, BS_CMP_GREATER, BS_SEL_CTIME, changed), BS_OK);
+    ASSERT_EQ(bs_tabledb_update_record_by_field(m_h, "log", {"name", "ratio"},
+                                                {VariableData("late"), VariableData(2.5)}, nullptr,
+                                                &t, nullptr, BS_CMP_GREATER, BS_SEL_CTIME, changed),
+              BS_OK);
     EXPECT_EQ(changed, 4u);
     VariableData id(static_cast<long long>(ids[0]));
-    EXPECT_EQ(bs_tabledb_update_record_by_field(m_h, "log", {"nofield"}, {VariableData(1)}, nullptr, &id,
-                                                nullptr, BS_CMP_EQUAL, BS_SEL_AUTOID, changed), BS_ERR_NO_FIELD);
-    EXPECT_EQ(bs_tabledb_update_record_by_field(m_h, "log", {"level", "name"}, {VariableData(1)}, nullptr, &id,
-                                                nullptr, BS_CMP_EQUAL, BS_SEL_AUTOID, changed), BS_ERR_BAD_ARG);
+    EXPECT_EQ(bs_tabledb_update_record_by_field(m_h, "log", {"nofield"}, {VariableData(1)}, nullptr,
+                                                &id, nullptr, BS_CMP_EQUAL, BS_SEL_AUTOID, changed),
+              BS_ERR_NO_FIELD);
+    EXPECT_EQ(
+        bs_tabledb_update_record_by_field(m_h, "log", {"level", "name"}, {VariableData(1)}, nullptr,
+                                          &id, nullptr, BS_CMP_EQUAL, BS_SEL_AUTOID, changed),
+        BS_ERR_BAD_ARG);
     VariableData late("late"), n99(99);
     EXPECT_EQ(Select("level", &n99, nullptr, BS_CMP_EQUAL, BS_SEL_FIELD).size(), 10u);
     EXPECT_EQ(Select("name", &late, nullptr, BS_CMP_EQUAL, BS_SEL_FIELD).size(), 4u);
     unsigned int deleted = 0;
-    ASSERT_EQ(bs_tabledb_delete_record_by_field(m_h, "log", "_FIELD_AUTOID_", &id, nullptr, BS_CMP_EQUAL,
-                                                BS_SEL_FIELD, deleted), BS_OK);
+    ASSERT_EQ(bs_tabledb_delete_record_by_field(m_h, "log", "_FIELD_AUTOID_", &id, nullptr,
+                                                BS_CMP_EQUAL, BS_SEL_FIELD, deleted),
+              BS_OK);
     EXPECT_EQ(deleted, 1u);
     long to = 104;
-    ASSERT_EQ(bs_tabledb_delete_record_by_ctime(m_h, "log", 102, &to, 0, BS_CMP_RANGE, deleted), BS_OK);
+    ASSERT_EQ(bs_tabledb_delete_record_by_ctime(m_h, "log", 102, &to, 0, BS_CMP_RANGE, deleted),
+              BS_OK);
     EXPECT_EQ(deleted, 3u);
-    ASSERT_EQ(bs_tabledb_delete_record_by_ctime(m_h, "log", 0, nullptr, 2, BS_CMP_ALL, deleted), BS_OK);
+    ASSERT_EQ(bs_tabledb_delete_record_by_ctime(m_h, "log", 0, nullptr, 2, BS_CMP_ALL, deleted),
+              BS_OK);
     EXPECT_EQ(deleted, 2u);  // the two oldest left: ctime 101 and 105
     std::map<std::string, std::list<bs_record>> last;
     ASSERT_EQ(bs_get_tables_last_rd(m_h, {"log"}, 2, last), BS_OK);
     ASSERT_EQ(last["log"].size(), 2u);
     EXPECT_EQ(static_cast<int>(last["log"].front()["level"]), 19);
     EXPECT_EQ(bs_get_tables_last_rd(m_h, {"log", "nosuch"}, 2, last), BS_ERR_NO_TABLE);
-    ASSERT_EQ(bs_tabledb_delete_record_by_ctime(m_h, "log", 0, nullptr, 0, BS_CMP_ALL, deleted), BS_OK);
+    ASSERT_EQ(bs_tabledb_delete_record_by_ctime(m_h, "log", 0, nullptr, 0, BS_CMP_ALL, deleted),
+              BS_OK);
     EXPECT_EQ(deleted, 14u);
     ASSERT_EQ(bs_get_tables_last_rd(m_h, {"log"}, 2, last), BS_OK);
     EXPECT_TRUE(last.empty());
@@ -247,7 +281,9 @@ TEST_F(TableTest, RolledBackTransactionLeavesNothing) {
     ASSERT_EQ(bs_tabledb_create_table(m_h, "temp", none, 0), BS_OK);
     unsigned int deleted = 0;
     VariableData kept("kept");
-    ASSERT_EQ(bs_tabledb_delete_record_by_field(m_h, "log", "name", &kept, nullptr, BS_CMP_EQUAL, 0, deleted), BS_OK);
+    ASSERT_EQ(bs_tabledb_delete_record_by_field(m_h, "log", "name", &kept, nullptr, BS_CMP_EQUAL, 0,
+                                                deleted),
+              BS_OK);
     ASSERT_EQ(bs_tabledb_rollback_transaction(m_h), BS_OK);
     std::vector<bs_record> rows = Select(nullptr, nullptr, nullptr, BS_CMP_ALL, BS_SEL_AUTOID);
     ASSERT_EQ(rows.size(), 1u);
@@ -270,7 +306,8 @@ TEST_F(TableTest, ClosingAHandleEndsItsTransactionEvenWithACursorOpen) {
     void* other = BS_INVALID_HANDLE;
     ASSERT_EQ(bs_tabledb_open(other, "events", "", "", 0, 0, "127.0.0.1", m_nPort), BS_OK);
     unsigned long long id = 0;
-    EXPECT_EQ(bs_tabledb_insert_record(other, "log", {VariableData("after")}, id), BS_OK);  // no lock left
+    EXPECT_EQ(bs_tabledb_insert_record(other, "log", {VariableData("after")}, id),
+              BS_OK);  // no lock left
     void* c2 = BS_INVALID_HANDLE;
     ASSERT_EQ(bs_tabledb_get_record(other, "log", count, c2), BS_OK);
     EXPECT_EQ(count, 1u);

@@ -10,14 +10,16 @@ namespace {
 // A key name (main key or one path part): a name without a backslash.
 int CheckKeyName(const char* name, std::string& out) {
     int rc = CheckName(name, out);
-    if (rc == BS_OK && out.find('\\') != std::string::npos) rc = BS_ERR_BAD_NAME;
+    if (rc == BS_OK && out.find('\\') != std::string::npos)
+        rc = BS_ERR_BAD_NAME;
     return rc;
 }
 
-#define BS_TREE(h)                                              \
-    int found_ = BS_OK;                                         \
+#define BS_TREE(h)                                                    \
+    int found_ = BS_OK;                                               \
     std::shared_ptr<CApiHandle> obj = FindHandle(h, HK_TREE, found_); \
-    if (!obj) return found_;                                    \
+    if (!obj)                                                         \
+        return found_;                                                \
     CTreeSession& tree = *obj->m_pTree;
 
 }  // namespace
@@ -26,20 +28,26 @@ int bs_treedb_open(void*& handle, const char* mainKey, const char* subKey, const
                    unsigned int flags, const char* treeName, const char* address,
                    unsigned short port) {
     BS_CALL_BEGIN("bs_treedb_open")
-    if (IsOpenValue(handle)) return BS_ERR_OTHER_NAMES;
+    if (IsOpenValue(handle))
+        return BS_ERR_OTHER_NAMES;
     std::string tree, main;
     std::vector<std::string> sub;
     int rc = CheckFileName(treeName, tree);
-    if (rc == BS_OK) rc = CheckKeyName(mainKey, main);
-    if (rc == BS_OK) rc = SplitPath(subKey, sub);
-    if (rc != BS_OK) return rc;
+    if (rc == BS_OK)
+        rc = CheckKeyName(mainKey, main);
+    if (rc == BS_OK)
+        rc = SplitPath(subKey, sub);
+    if (rc != BS_OK)
+        return rc;
     CEngine* engine = ChosenEngine(rc);
-    if (engine == nullptr) return rc;
+    if (engine == nullptr)
+        return rc;
     auto obj = std::make_shared<CApiHandle>(HK_TREE);
     obj->m_pTree = engine->NewTree();
     obj->m_server = MakeServer(address, port);
     rc = obj->m_pTree->Open(obj->m_server, tree, main, sub, (flags & BS_OPEN_CREATE) != 0);
-    if (rc != BS_OK) return rc;
+    if (rc != BS_OK)
+        return rc;
     obj->m_strName1 = keyName ? keyName : "";
     obj->m_nFlags = flags;
     RegisterHandle(std::move(obj), handle);
@@ -54,11 +62,15 @@ int bs_treedb_reopen(void*& handle, const char* mainKey, const char* subKey, con
     std::string treeText, main;
     std::vector<std::string> sub;
     int rc = CheckFileName(treeName, treeText);
-    if (rc == BS_OK) rc = CheckKeyName(mainKey, main);
-    if (rc == BS_OK) rc = SplitPath(subKey, sub);
-    if (rc != BS_OK) return rc;
+    if (rc == BS_OK)
+        rc = CheckKeyName(mainKey, main);
+    if (rc == BS_OK)
+        rc = SplitPath(subKey, sub);
+    if (rc != BS_OK)
+        return rc;
     rc = tree.Open(obj->m_server, treeText, main, sub, (flags & BS_OPEN_CREATE) != 0);
-    if (rc != BS_OK) return rc;
+    if (rc != BS_OK)
+        return rc;
     obj->m_strName1 = keyName ? keyName : "";
     obj->m_nFlags = flags;
     return BS_OK;
@@ -70,8 +82,10 @@ int bs_treedb_open_subkey(void*& handle, const char* subKey, unsigned int flags)
     BS_TREE(handle)
     std::vector<std::string> sub;
     int rc = SplitPath(subKey, sub);
-    if (rc == BS_OK) rc = tree.OpenSubKey(sub);
-    if (rc == BS_OK) obj->m_nFlags = flags;
+    if (rc == BS_OK)
+        rc = tree.OpenSubKey(sub);
+    if (rc == BS_OK)
+        obj->m_nFlags = flags;
     return rc;
     BS_CALL_END
 }
@@ -93,9 +107,11 @@ int bs_treedb_create_newfile(const char* treeName, const char* address, unsigned
     BS_CALL_BEGIN("bs_treedb_create_newfile")
     std::string tree;
     int rc = CheckFileName(treeName, tree);
-    if (rc != BS_OK) return rc;
+    if (rc != BS_OK)
+        return rc;
     CEngine* engine = ChosenEngine(rc);
-    if (engine == nullptr) return rc;
+    if (engine == nullptr)
+        return rc;
     return engine->CreateTree(MakeServer(address, port), tree);
     BS_CALL_END
 }
@@ -105,9 +121,11 @@ int bs_treedb_query_mainkeys(std::list<std::string>& names, const char* treeName
     BS_CALL_BEGIN("bs_treedb_query_mainkeys")
     std::string tree;
     int rc = CheckFileName(treeName, tree);
-    if (rc != BS_OK) return rc;
+    if (rc != BS_OK)
+        return rc;
     CEngine* engine = ChosenEngine(rc);
-    if (engine == nullptr) return rc;
+    if (engine == nullptr)
+        return rc;
     return engine->MainKeys(MakeServer(address, port), tree, names);
     BS_CALL_END
 }
@@ -124,8 +142,10 @@ int bs_treedb_insert_subkey(void*& handle, const char* name, int mode) {
     BS_TREE(handle)
     std::vector<std::string> rel;
     int rc = SplitPath(name, rel);
-    if (rc == BS_OK && rel.empty()) rc = BS_ERR_BAD_NAME;
-    if (rc != BS_OK) return rc;
+    if (rc == BS_OK && rel.empty())
+        rc = BS_ERR_BAD_NAME;
+    if (rc != BS_OK)
+        return rc;
     return tree.InsertSubKey(rel, mode == BS_INSERT_ACCEPT_EXISTING);
     BS_CALL_END
 }
@@ -135,8 +155,10 @@ int bs_treedb_delete_subkey(void*& handle, const char* name) {
     BS_TREE(handle)
     std::vector<std::string> rel;
     int rc = SplitPath(name, rel);
-    if (rc == BS_OK && rel.empty()) rc = BS_ERR_BAD_NAME;
-    if (rc != BS_OK) return rc;
+    if (rc == BS_OK && rel.empty())
+        rc = BS_ERR_BAD_NAME;
+    if (rc != BS_OK)
+        return rc;
     return tree.DeleteSubKey(rel);
     BS_CALL_END
 }
@@ -147,9 +169,12 @@ int bs_treedb_rename_subkey(void*& handle, const char* oldName, const char* newN
     std::vector<std::string> rel;
     std::string newText;
     int rc = SplitPath(oldName, rel);
-    if (rc == BS_OK && rel.empty()) rc = BS_ERR_BAD_NAME;
-    if (rc == BS_OK) rc = CheckKeyName(newName, newText);
-    if (rc != BS_OK) return rc;
+    if (rc == BS_OK && rel.empty())
+        rc = BS_ERR_BAD_NAME;
+    if (rc == BS_OK)
+        rc = CheckKeyName(newName, newText);
+    if (rc != BS_OK)
+        return rc;
     return tree.RenameSubKey(rel, newText);
     BS_CALL_END
 }
@@ -166,7 +191,8 @@ int bs_treedb_rename_key(void*& handle, const char* newName) {
     BS_TREE(handle)
     std::string newText;
     int rc = CheckKeyName(newName, newText);
-    if (rc != BS_OK) return rc;
+    if (rc != BS_OK)
+        return rc;
     return tree.RenameSubKey({}, newText);
     BS_CALL_END
 }
@@ -174,7 +200,8 @@ int bs_treedb_rename_key(void*& handle, const char* newName) {
 int bs_treedb_get_property(void*& handle, const char* name, tarn::VariableData& value) {
     BS_CALL_BEGIN("bs_treedb_get_property")
     BS_TREE(handle)
-    if (name == nullptr || *name == '\0' || std::strlen(name) > kMaxKeyName) return BS_ERR_BAD_NAME;
+    if (name == nullptr || *name == '\0' || std::strlen(name) > kMaxKeyName)
+        return BS_ERR_BAD_NAME;
     return tree.GetProperty(name, value);
     BS_CALL_END
 }
@@ -183,7 +210,8 @@ int bs_treedb_insert_property(void*& handle, const char* name, const tarn::Varia
                               bool replace) {
     BS_CALL_BEGIN("bs_treedb_insert_property")
     BS_TREE(handle)
-    if (name == nullptr || *name == '\0' || std::strlen(name) > kMaxKeyName) return BS_ERR_BAD_NAME;
+    if (name == nullptr || *name == '\0' || std::strlen(name) > kMaxKeyName)
+        return BS_ERR_BAD_NAME;
     return tree.PutProperty(name, value, replace);
     BS_CALL_END
 }
@@ -218,7 +246,8 @@ int bs_treedb_rename_property(void*& handle, const char* oldName, const char* ne
     BS_TREE(handle)
     std::string oldText, newText;
     int rc = CheckName(oldName, oldText);
-    if (rc == BS_OK) rc = CheckName(newName, newText);
+    if (rc == BS_OK)
+        rc = CheckName(newName, newText);
     return rc != BS_OK ? rc : tree.RenameProperty(oldText, newText);
     BS_CALL_END
 }
@@ -243,7 +272,8 @@ int bs_treedb_insert_properties(void*& handle,
     BS_CALL_BEGIN("bs_treedb_insert_properties")
     BS_TREE(handle)
     for (const auto& kv : values) {
-        if (kv.first.empty() || kv.first.size() > kMaxKeyName) return BS_ERR_BAD_NAME;
+        if (kv.first.empty() || kv.first.size() > kMaxKeyName)
+            return BS_ERR_BAD_NAME;
     }
     return tree.PutProperties(values, replace);
     BS_CALL_END

@@ -20,7 +20,8 @@ protected:
         m_nPort = next++;  // every test its own server, so no test sees another's data
     }
     void TearDown() override {
-        if (m_h != BS_INVALID_HANDLE) bs_close_handle(m_h);
+        if (m_h != BS_INVALID_HANDLE)
+            bs_close_handle(m_h);
     }
     int Open(const char* tree, const char* main, const char* sub, unsigned flags = BS_OPEN_CREATE) {
         return bs_treedb_open(m_h, main, sub, "", flags, tree, "127.0.0.1", m_nPort);
@@ -46,7 +47,8 @@ TEST_F(TreeTest, OpenCodesForMissingTreeMainKeyAndSubKey) {
     EXPECT_EQ(Open("t", "main", ""), BS_ERR_OTHER_NAMES);  // already open
     bs_close_handle(m_h);
     EXPECT_EQ(Open("t", "other", nullptr, 0), BS_ERR_NO_MAINKEY);
-    EXPECT_EQ(Open("t", "main", "a\\b", BS_OPEN_CREATE), BS_ERR_NO_SUBKEY);  // sub keys only by insert
+    EXPECT_EQ(Open("t", "main", "a\\b", BS_OPEN_CREATE),
+              BS_ERR_NO_SUBKEY);  // sub keys only by insert
     ASSERT_EQ(Open("t", "main", nullptr, 0), BS_OK);
     EXPECT_EQ(bs_treedb_open_subkey(m_h, "nothere", 0), BS_ERR_NO_SUBKEY);
     std::list<std::string> mains;
@@ -66,9 +68,15 @@ TEST_F(TreeTest, InvalidNamesGiveCode189) {
         const char* main;
         const char* sub;
     } cases[] = {
-        {"", "m", nullptr},          {nullptr, "m", nullptr},   {"t", "", nullptr},
-        {"t", nullptr, nullptr},     {"t", "a\\b", nullptr},    {"t", "m", "\\a"},
-        {"t", "m", "a\\"},           {"t", "m", "a\\\\b"},      {"t", "m", longName.c_str()},
+        {"", "m", nullptr},
+        {nullptr, "m", nullptr},
+        {"t", "", nullptr},
+        {"t", nullptr, nullptr},
+        {"t", "a\\b", nullptr},
+        {"t", "m", "\\a"},
+        {"t", "m", "a\\"},
+        {"t", "m", "a\\\\b"},
+        {"t", "m", longName.c_str()},
         {longName.c_str(), "m", nullptr},
     };
     for (const Case& c : cases) {
@@ -87,8 +95,9 @@ TEST_F(TreeTest, InvalidNamesGiveCode189) {
 
 // Names that trip pattern matching, range ends, encodings and letter case.
 TEST_F(TreeTest, UnusualNamesAreKeysOfTheirOwn) {
-    const std::vector<std::string> names = {
-        "[x]", "100%", "a_b", "*?", "\xe5\x90\x8d", "\xff\xfe\x80", "Key", "key", "KEY", "a]", "a[", "'; --"};
+    const std::vector<std::string> names = {"[x]",          "100%",         "a_b", "*?",
+                                            "\xe5\x90\x8d", "\xff\xfe\x80", "Key", "key",
+                                            "KEY",          "a]",           "a[",  "'; --"};
     ASSERT_EQ(Open("odd[%]\xc3\xa9Tree", "M%[]", nullptr), BS_OK);
     for (const std::string& n : names) {
         ASSERT_EQ(bs_treedb_insert_subkey(m_h, n.c_str(), 0), BS_OK) << n;
@@ -186,7 +195,8 @@ TEST_F(TreeTest, PropertiesKeepTypeAndValueAtTheLimits) {
         {"u64", VariableData(std::numeric_limits<unsigned long long>::max())},
         {"empty", VariableData()},
     };
-    for (const auto& kv : values) Put(kv.first.c_str(), kv.second);
+    for (const auto& kv : values)
+        Put(kv.first.c_str(), kv.second);
     for (const auto& kv : values) {
         VariableData v;
         ASSERT_EQ(Get(kv.first.c_str(), v), BS_OK) << kv.first;
@@ -274,7 +284,8 @@ TEST_F(TreeTest, ContendingWriterGetsBusyAndTheFileStaysWhole) {
         int rc = bs_treedb_open(h, "m", nullptr, "", 0, "t", "127.0.0.1", m_nPort);
         rc = rc ? rc : bs_treedb_begin_transaction(h);
         rc = rc ? rc : bs_treedb_insert_property(h, "n", VariableData(1), true);
-        if (write(toParent[1], &c, 1) != 1 || read(toChild[0], &c, 1) != 1) _exit(3);
+        if (write(toParent[1], &c, 1) != 1 || read(toChild[0], &c, 1) != 1)
+            _exit(3);
         rc = rc ? rc : bs_treedb_commit_transaction(h);
         bs_close_handle(h);
         _exit(rc == 0 ? 0 : 1);

@@ -1,6 +1,6 @@
-// The internal engine interface: every storage engine (embedded SQLite, later PostgreSQL) serves the
-// bs_* calls through these sessions. The API layer validates names and arguments, owns the handle
-// registry and the recorded open arguments; an engine only stores and finds.
+// The internal engine interface: every storage engine (embedded SQLite, later PostgreSQL) serves
+// the bs_* calls through these sessions. The API layer validates names and arguments, owns the
+// handle registry and the recorded open arguments; an engine only stores and finds.
 #pragma once
 
 #include <list>
@@ -39,17 +39,20 @@ public:
     virtual int InsertSubKey(const std::vector<std::string>& relPath, bool acceptExisting) = 0;
     // relPath empty = the current key (the session then moves to the parent).
     virtual int DeleteSubKey(const std::vector<std::string>& relPath) = 0;
-    virtual int RenameSubKey(const std::vector<std::string>& relPath, const std::string& newName) = 0;
+    virtual int RenameSubKey(const std::vector<std::string>& relPath,
+                             const std::string& newName) = 0;
 
     virtual int GetProperty(const std::string& name, tarn::VariableData& value) = 0;
-    virtual int PutProperty(const std::string& name, const tarn::VariableData& value, bool replace) = 0;
+    virtual int PutProperty(const std::string& name, const tarn::VariableData& value,
+                            bool replace) = 0;
     virtual int EditProperty(const std::string& name, const tarn::VariableData& value) = 0;
     virtual int DeleteProperty(const std::string& name) = 0;
     virtual int DeleteAllProperties() = 0;
     virtual int RenameProperty(const std::string& oldName, const std::string& newName) = 0;
     virtual int PropertyNames(std::list<std::string>& names) = 0;
     virtual int AllProperties(std::map<std::string, tarn::VariableData>& values) = 0;
-    virtual int PutProperties(const std::map<std::string, tarn::VariableData>& values, bool replace) = 0;
+    virtual int PutProperties(const std::map<std::string, tarn::VariableData>& values,
+                              bool replace) = 0;
 
     virtual int Begin() = 0;
     virtual int Commit() = 0;
@@ -90,7 +93,8 @@ public:
                        const std::vector<tarn::VariableData>& values, const CSelection& sel,
                        unsigned int& changed) = 0;
     virtual int Delete(const std::string& table, const CSelection& sel, unsigned int& deleted) = 0;
-    virtual int LastRecords(const std::string& table, unsigned int count, std::list<bs_record>& out) = 0;
+    virtual int LastRecords(const std::string& table, unsigned int count,
+                            std::list<bs_record>& out) = 0;
     virtual int Begin() = 0;
     virtual int Commit() = 0;
     virtual int Rollback() = 0;
@@ -106,8 +110,8 @@ struct CMessage {
 class CQueueSession : public CSession {
 public:
     virtual int Open(const CServerAddr& server, const std::string& queue, bool create) = 0;
-    virtual int Push(const tarn::VariableData& value, const std::string& name, unsigned char priority,
-                     unsigned long long& id) = 0;
+    virtual int Push(const tarn::VariableData& value, const std::string& name,
+                     unsigned char priority, unsigned long long& id) = 0;
     virtual int Pop(CMessage& message, unsigned int timeoutMs, bool peek) = 0;
     virtual int Length(unsigned long long& length) = 0;
     virtual int Clear() = 0;
@@ -121,7 +125,8 @@ public:
     virtual std::unique_ptr<CTableSession> NewTable() = 0;
     virtual std::unique_ptr<CQueueSession> NewQueue() = 0;
     virtual int CreateTree(const CServerAddr& server, const std::string& tree) = 0;
-    virtual int MainKeys(const CServerAddr& server, const std::string& tree, std::list<std::string>& names) = 0;
+    virtual int MainKeys(const CServerAddr& server, const std::string& tree,
+                         std::list<std::string>& names) = 0;
     virtual int TableDbNames(const CServerAddr& server, std::list<std::string>& names) = 0;
     virtual int QueueNames(const CServerAddr& server, std::list<std::string>& names) = 0;
 };

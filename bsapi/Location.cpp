@@ -20,22 +20,28 @@ namespace bsapi {
 std::string InstallDir() {
     char buf[4096];
     ssize_t n = ::readlink("/proc/self/exe", buf, sizeof buf - 1);
-    if (n <= 0) return ".";
+    if (n <= 0)
+        return ".";
     std::string exe(buf, static_cast<size_t>(n));
     size_t server = exe.rfind("/Server/");
-    if (server != std::string::npos) return exe.substr(0, server + 7);
+    if (server != std::string::npos)
+        return exe.substr(0, server + 7);
     size_t slash = exe.rfind('/');
-    if (slash == std::string::npos || slash == 0) return "/";
+    if (slash == std::string::npos || slash == 0)
+        return "/";
     std::string dir = exe.substr(0, slash);
     slash = dir.rfind('/');
-    if (slash == std::string::npos) return ".";
-    if (slash == 0) return "/";
+    if (slash == std::string::npos)
+        return ".";
+    if (slash == 0)
+        return "/";
     return dir.substr(0, slash);
 }
 
 std::string DataRoot() {
     const char* env = std::getenv("BSAPI_DATA_DIR");
-    if (env != nullptr && *env != '\0') return env;
+    if (env != nullptr && *env != '\0')
+        return env;
     return InstallDir() + "/middle/data";
 }
 
@@ -65,11 +71,13 @@ bool DecodeFilePart(const std::string& part, std::string& name) {
             name += part[i];
             continue;
         }
-        if (i + 2 >= part.size()) return false;
+        if (i + 2 >= part.size())
+            return false;
         char hex[3] = {part[i + 1], part[i + 2], 0};
         char* end = nullptr;
         long v = std::strtol(hex, &end, 16);
-        if (end != hex + 2) return false;
+        if (end != hex + 2)
+            return false;
         name += static_cast<char>(v);
         i += 2;
     }
@@ -82,24 +90,29 @@ std::string ServerDir(const CServerAddr& server) {
 }
 
 int MakeDirs(const std::string& path) {
-    if (path.empty()) return BS_ERR_IO;
+    if (path.empty())
+        return BS_ERR_IO;
     std::string cur;
     size_t pos = 0;
     while (pos != std::string::npos) {
         pos = path.find('/', pos + 1);
         cur = path.substr(0, pos);
-        if (cur.empty()) continue;
-        if (::mkdir(cur.c_str(), 0770) != 0 && errno != EEXIST) return BS_ERR_IO;
+        if (cur.empty())
+            continue;
+        if (::mkdir(cur.c_str(), 0770) != 0 && errno != EEXIST)
+            return BS_ERR_IO;
     }
     struct stat st;
-    if (::stat(path.c_str(), &st) != 0 || !S_ISDIR(st.st_mode)) return BS_ERR_IO;
+    if (::stat(path.c_str(), &st) != 0 || !S_ISDIR(st.st_mode))
+        return BS_ERR_IO;
     return BS_OK;
 }
 
 CEngine* ChosenEngine(int& code) {
     const char* name = std::getenv("BSAPI_ENGINE");
     code = BS_OK;
-    if (name == nullptr || *name == '\0' || std::strcmp(name, "sqlite") == 0) return SqliteEngine();
+    if (name == nullptr || *name == '\0' || std::strcmp(name, "sqlite") == 0)
+        return SqliteEngine();
     code = BS_ERR_NO_ENGINE;
     return nullptr;
 }

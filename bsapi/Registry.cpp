@@ -14,9 +14,9 @@ namespace {
 std::mutex g_mtxHandles;  // guards g_mapHandles
 std::unordered_map<void*, std::shared_ptr<CApiHandle>> g_mapHandles;
 
-std::mutex g_mtxFaults;                   // guards g_mapFaults
+std::mutex g_mtxFaults;                                  // guards g_mapFaults
 std::map<std::string, std::pair<int, int>> g_mapFaults;  // call -> (code, remaining count)
-std::atomic<bool> g_bAnyFault{false};     // fast path: no rule installed
+std::atomic<bool> g_bAnyFault{false};                    // fast path: no rule installed
 
 }  // namespace
 
@@ -36,7 +36,8 @@ std::shared_ptr<CApiHandle> FindHandle(void* handle, EHandleKind kind, int& code
     {
         std::lock_guard<std::mutex> lock(g_mtxHandles);
         auto it = g_mapHandles.find(handle);
-        if (it != g_mapHandles.end()) found = it->second;
+        if (it != g_mapHandles.end())
+            found = it->second;
     }
     if (!found || found->m_eKind != kind) {
         code = BS_ERR_BAD_HANDLE;
@@ -49,52 +50,64 @@ std::shared_ptr<CApiHandle> FindHandle(void* handle, EHandleKind kind, int& code
 std::shared_ptr<CApiHandle> TakeHandle(void* handle) {
     std::lock_guard<std::mutex> lock(g_mtxHandles);
     auto it = g_mapHandles.find(handle);
-    if (it == g_mapHandles.end()) return nullptr;
+    if (it == g_mapHandles.end())
+        return nullptr;
     std::shared_ptr<CApiHandle> out = std::move(it->second);
     g_mapHandles.erase(it);
     return out;
 }
 
 int InjectedFault(const char* call) {
-    if (!g_bAnyFault.load(std::memory_order_relaxed)) return 0;
+    if (!g_bAnyFault.load(std::memory_order_relaxed))
+        return 0;
     std::lock_guard<std::mutex> lock(g_mtxFaults);
     for (const char* key : {call, "*"}) {
         auto it = g_mapFaults.find(key);
-        if (it == g_mapFaults.end()) continue;
+        if (it == g_mapFaults.end())
+            continue;
         int code = it->second.first;
-        if (--it->second.second <= 0) g_mapFaults.erase(it);
-        if (g_mapFaults.empty()) g_bAnyFault.store(false);
+        if (--it->second.second <= 0)
+            g_mapFaults.erase(it);
+        if (g_mapFaults.empty())
+            g_bAnyFault.store(false);
         return code;
     }
     return 0;
 }
 
 int CheckFileName(const char* name, std::string& out) {
-    if (name == nullptr || *name == '\0') return BS_ERR_BAD_NAME;
+    if (name == nullptr || *name == '\0')
+        return BS_ERR_BAD_NAME;
     size_t n = std::strlen(name);
-    if (n > kMaxFileName) return BS_ERR_BAD_NAME;
+    if (n > kMaxFileName)
+        return BS_ERR_BAD_NAME;
     out.assign(name, n);
     return BS_OK;
 }
 
 int CheckName(const char* name, std::string& out) {
-    if (name == nullptr || *name == '\0') return BS_ERR_BAD_NAME;
+    if (name == nullptr || *name == '\0')
+        return BS_ERR_BAD_NAME;
     size_t n = std::strlen(name);
-    if (n > kMaxKeyName) return BS_ERR_BAD_NAME;
+    if (n > kMaxKeyName)
+        return BS_ERR_BAD_NAME;
     out.assign(name, n);
     return BS_OK;
 }
 
 int SplitPath(const char* path, std::vector<std::string>& parts) {
     parts.clear();
-    if (path == nullptr || *path == '\0') return BS_OK;
+    if (path == nullptr || *path == '\0')
+        return BS_OK;
     const char* start = path;
     for (const char* p = path;; ++p) {
         if (*p == '\\' || *p == '\0') {
             size_t n = static_cast<size_t>(p - start);
-            if (n == 0 || n > kMaxKeyName) return BS_ERR_BAD_NAME;
+            if (n == 0 || n > kMaxKeyName)
+                return BS_ERR_BAD_NAME;
             parts.emplace_back(start, n);
-            if (*p == '\0') break;
+            if (*p == '\0')
+                break;
             start = p + 1;
         }
     }
@@ -114,9 +127,11 @@ using namespace bsapi;
 
 int bs_close_handle(void*& handle) {
     BS_CALL_BEGIN("bs_close_handle")
-    if (!IsOpenValue(handle)) return BS_ERR_CONN_CLOSED;
+    if (!IsOpenValue(handle))
+        return BS_ERR_CONN_CLOSED;
     std::shared_ptr<CApiHandle> object = TakeHandle(handle);
-    if (!object) return BS_ERR_BAD_HANDLE;
+    if (!object)
+        return BS_ERR_BAD_HANDLE;
     handle = BS_INVALID_HANDLE;
     // An open transaction ends with the connection: the engine rolls it back on close.
     object.reset();
@@ -126,15 +141,21 @@ int bs_close_handle(void*& handle) {
 
 int bs_handle_keep_live(void*& handle) {
     BS_CALL_BEGIN("bs_handle_keep_live")
-    if (!IsOpenValue(handle)) return BS_ERR_CONN_CLOSED;
+    if (!IsOpenValue(handle))
+        return BS_ERR_CONN_CLOSED;
     int code = BS_OK;
     for (EHandleKind kind : {HK_TREE, HK_TABLE, HK_QUEUE, HK_CURSOR}) {
         std::shared_ptr<CApiHandle> h = FindHandle(handle, kind, code);
-        if (!h) continue;
-        if (h->m_pTree) return h->m_pTree->KeepLive();
-        if (h->m_pTable) return h->m_pTable->KeepLive();
-        if (h->m_pQueue) return h->m_pQueue->KeepLive();
-        if (h->m_pCursor) return h->m_pCursor->KeepLive();
+        if (!h)
+            continue;
+        if (h->m_pTree)
+            return h->m_pTree->KeepLive();
+        if (h->m_pTable)
+            return h->m_pTable->KeepLive();
+        if (h->m_pQueue)
+            return h->m_pQueue->KeepLive();
+        if (h->m_pCursor)
+            return h->m_pCursor->KeepLive();
         return BS_ERR_CONN_RESET;
     }
     return BS_ERR_BAD_HANDLE;
@@ -142,7 +163,8 @@ int bs_handle_keep_live(void*& handle) {
 }
 
 void bs_debug_fail_next(const char* call, int code, int count) {
-    if (call == nullptr) return;
+    if (call == nullptr)
+        return;
     try {
         std::lock_guard<std::mutex> lock(g_mtxFaults);
         if (count <= 0 || code == 0) {
@@ -157,35 +179,65 @@ void bs_debug_fail_next(const char* call, int code, int count) {
 
 const char* bs_result_text(int code) {
     switch (code) {
-        case BS_OK: return "success";
-        case BS_ERR_OTHER_NAMES: return "the handle is open on other names";
-        case BS_ERR_NO_SUBKEY: return "the sub key does not exist";
-        case BS_ERR_NO_TREE: return "the tree does not exist";
-        case BS_ERR_NO_TRANSACTION: return "no transaction is open";
-        case BS_ERR_NO_QUEUE: return "the queue does not exist";
-        case BS_ERR_NO_MAINKEY: return "the main key does not exist";
-        case BS_ERR_NO_KEY: return "the key or property does not exist";
-        case BS_ERR_BAD_NAME: return "invalid name";
-        case BS_ERR_CONN_LOST: return "connection lost";
-        case BS_ERR_CONN_RESET: return "connection reset";
-        case BS_ERR_CONN_CLOSED: return "the handle is not open";
-        case BS_ERR_BUSY: return "the database is busy";
-        case BS_ERR_TIMEOUT: return "timed out";
-        case BS_ERR_EXISTS: return "it already exists";
-        case BS_ERR_CONSTRAINT: return "a constraint refused the change";
-        case BS_ERR_TYPE: return "the value does not fit the type";
-        case BS_ERR_NO_TABLE: return "the table does not exist";
-        case BS_ERR_NO_FIELD: return "the field does not exist";
-        case BS_ERR_BAD_ARG: return "bad argument";
-        case BS_ERR_IO: return "the database files cannot be read or written";
-        case BS_ERR_CORRUPT: return "a database file is damaged";
-        case BS_ERR_BAD_HANDLE: return "not a handle of this kind";
-        case BS_ERR_END: return "no more records";
-        case BS_ERR_TOO_BIG: return "too large";
-        case BS_ERR_IN_TRANSACTION: return "a transaction is already open";
-        case BS_ERR_NO_MEMORY: return "out of memory";
-        case BS_ERR_NO_ENGINE: return "unknown database engine";
-        case BS_ERR_INTERNAL: return "internal failure";
-        default: return "unknown result code";
+        case BS_OK:
+            return "success";
+        case BS_ERR_OTHER_NAMES:
+            return "the handle is open on other names";
+        case BS_ERR_NO_SUBKEY:
+            return "the sub key does not exist";
+        case BS_ERR_NO_TREE:
+            return "the tree does not exist";
+        case BS_ERR_NO_TRANSACTION:
+            return "no transaction is open";
+        case BS_ERR_NO_QUEUE:
+            return "the queue does not exist";
+        case BS_ERR_NO_MAINKEY:
+            return "the main key does not exist";
+        case BS_ERR_NO_KEY:
+            return "the key or property does not exist";
+        case BS_ERR_BAD_NAME:
+            return "invalid name";
+        case BS_ERR_CONN_LOST:
+            return "connection lost";
+        case BS_ERR_CONN_RESET:
+            return "connection reset";
+        case BS_ERR_CONN_CLOSED:
+            return "the handle is not open";
+        case BS_ERR_BUSY:
+            return "the database is busy";
+        case BS_ERR_TIMEOUT:
+            return "timed out";
+        case BS_ERR_EXISTS:
+            return "it already exists";
+        case BS_ERR_CONSTRAINT:
+            return "a constraint refused the change";
+        case BS_ERR_TYPE:
+            return "the value does not fit the type";
+        case BS_ERR_NO_TABLE:
+            return "the table does not exist";
+        case BS_ERR_NO_FIELD:
+            return "the field does not exist";
+        case BS_ERR_BAD_ARG:
+            return "bad argument";
+        case BS_ERR_IO:
+            return "the database files cannot be read or written";
+        case BS_ERR_CORRUPT:
+            return "a database file is damaged";
+        case BS_ERR_BAD_HANDLE:
+            return "not a handle of this kind";
+        case BS_ERR_END:
+            return "no more records";
+        case BS_ERR_TOO_BIG:
+            return "too large";
+        case BS_ERR_IN_TRANSACTION:
+            return "a transaction is already open";
+        case BS_ERR_NO_MEMORY:
+            return "out of memory";
+        case BS_ERR_NO_ENGINE:
+            return "unknown database engine";
+        case BS_ERR_INTERNAL:
+            return "internal failure";
+        default:
+            return "unknown result code";
     }
 }

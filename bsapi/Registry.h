@@ -35,14 +35,16 @@ void RegisterHandle(std::shared_ptr<CApiHandle> object, void*& handle);
 std::shared_ptr<CApiHandle> FindHandle(void* handle, EHandleKind kind, int& code);
 // Removes a handle from the registry and returns it (null when unknown).
 std::shared_ptr<CApiHandle> TakeHandle(void* handle);
-inline bool IsOpenValue(void* h) { return h != nullptr && h != BS_INVALID_HANDLE; }
+inline bool IsOpenValue(void* h) {
+    return h != nullptr && h != BS_INVALID_HANDLE;
+}
 
 // Fault injection: the code to return instead of running `call`, or 0.
 int InjectedFault(const char* call);
 
 // Name checks (BS_OK or BS_ERR_BAD_NAME).
-const unsigned kMaxFileName = 80;    // trees and table databases (they name files)
-const unsigned kMaxKeyName = 1024;   // key parts, properties, queues, tables, fields
+const unsigned kMaxFileName = 80;   // trees and table databases (they name files)
+const unsigned kMaxKeyName = 1024;  // key parts, properties, queues, tables, fields
 int CheckFileName(const char* name, std::string& out);
 int CheckName(const char* name, std::string& out);
 // Splits a backslash path; null or "" gives no parts; an empty or over-long part is refused.
@@ -53,14 +55,15 @@ CServerAddr MakeServer(const char* address, unsigned short port);
 
 // Every exported call body runs inside this barrier: an injected fault answers first, and no
 // exception leaves the library.
-#define BS_CALL_BEGIN(name)                                  \
-    if (int injected_ = ::bsapi::InjectedFault(name)) return injected_; \
+#define BS_CALL_BEGIN(name)                           \
+    if (int injected_ = ::bsapi::InjectedFault(name)) \
+        return injected_;                             \
     try {
-#define BS_CALL_END                        \
-    }                                      \
-    catch (const std::bad_alloc&) {        \
-        return BS_ERR_NO_MEMORY;           \
-    }                                      \
-    catch (...) {                          \
-        return BS_ERR_INTERNAL;            \
+#define BS_CALL_END                 \
+    }                               \
+    catch (const std::bad_alloc&) { \
+        return BS_ERR_NO_MEMORY;    \
+    }                               \
+    catch (...) {                   \
+        return BS_ERR_INTERNAL;     \
     }

@@ -26,7 +26,8 @@ protected:
         m_nPort = next++;
     }
     void TearDown() override {
-        if (m_h != BS_INVALID_HANDLE) bs_close_handle(m_h);
+        if (m_h != BS_INVALID_HANDLE)
+            bs_close_handle(m_h);
         ::unsetenv("BSAPI_ENGINE");
         ::unsetenv("BSAPI_DATA_DIR");
     }
@@ -62,7 +63,8 @@ TEST_F(RegistryTest, LostAndReplacedFilesAreReportedByKeepLive) {
     ASSERT_EQ(::rename(file.c_str(), (file + ".old").c_str()), 0);
     EXPECT_EQ(bs_handle_keep_live(m_h), BS_ERR_CONN_LOST);
     void* other = BS_INVALID_HANDLE;
-    ASSERT_EQ(bs_treedb_open(other, "m", nullptr, "", BS_OPEN_CREATE, "live", "127.0.0.1", m_nPort), BS_OK);
+    ASSERT_EQ(bs_treedb_open(other, "m", nullptr, "", BS_OPEN_CREATE, "live", "127.0.0.1", m_nPort),
+              BS_OK);
     EXPECT_EQ(bs_handle_keep_live(m_h), BS_ERR_CONN_RESET);  // a new file took the old one's place
     EXPECT_EQ(bs_handle_keep_live(other), BS_OK);
     bs_close_handle(other);
@@ -113,7 +115,8 @@ TEST_F(RegistryTest, FaultInjectionAnswersTheNextCallsThenStops) {
 
 // Run only inside the copy below: creates a tree where the install rule puts it.
 TEST_F(RegistryTest, CreateProbeTree) {
-    if (std::getenv("BSAPI_TEST_PROBE") == nullptr) GTEST_SKIP() << "runs inside InstallDirEndsAtTheLastServer";
+    if (std::getenv("BSAPI_TEST_PROBE") == nullptr)
+        GTEST_SKIP() << "runs inside InstallDirEndsAtTheLastServer";
     ASSERT_EQ(Open("probe"), BS_OK);
 }
 

@@ -82,7 +82,8 @@ TEST_F(VariableDataTest, EveryTruncationIsRefusedAndLeavesTheValue) {
         size_t step = buf.size() > 300 ? 997 : 1;  // the 70000-byte string: a spread of cuts
         for (size_t n = 0; n < buf.size(); n += step) {
             VariableData keep(42);
-            EXPECT_FALSE(keep.UnSerial(buf.data(), static_cast<int>(n))) << int(v.GetType()) << " at " << n;
+            EXPECT_FALSE(keep.UnSerial(buf.data(), static_cast<int>(n)))
+                << int(v.GetType()) << " at " << n;
             EXPECT_TRUE(keep.Equals(VariableData(42)));
         }
         if (buf.size() > 300) {
@@ -123,14 +124,16 @@ TEST_F(VariableDataTest, ConversionOperators) {
     VariableData s("12abc");
     EXPECT_EQ(static_cast<int>(s), 12);
     EXPECT_EQ(static_cast<int>(VariableData("abc")), 0);
-    EXPECT_EQ(static_cast<long long>(VariableData("-9223372036854775808")), std::numeric_limits<long long>::min());
+    EXPECT_EQ(static_cast<long long>(VariableData("-9223372036854775808")),
+              std::numeric_limits<long long>::min());
     EXPECT_EQ(static_cast<unsigned long long>(VariableData("18446744073709551615")),
               std::numeric_limits<unsigned long long>::max());
     EXPECT_DOUBLE_EQ(static_cast<double>(VariableData("2.5")), 2.5);
     EXPECT_EQ(static_cast<int>(VariableData(2.9)), 2);
     EXPECT_EQ(static_cast<short>(VariableData(70000)), static_cast<short>(70000));
     EXPECT_EQ(static_cast<unsigned char>(VariableData(static_cast<char>(-1))), 255);
-    EXPECT_EQ(static_cast<long long>(VariableData(std::numeric_limits<unsigned long long>::max())), -1);
+    EXPECT_EQ(static_cast<long long>(VariableData(std::numeric_limits<unsigned long long>::max())),
+              -1);
     EXPECT_FLOAT_EQ(static_cast<float>(VariableData(1.25f)), 1.25f);
     EXPECT_EQ(static_cast<int>(VariableData(std::nan(""))), 0);
     EXPECT_EQ(static_cast<int>(VariableData()), 0);

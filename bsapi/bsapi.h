@@ -150,8 +150,18 @@ private:
 class BSAPI_API VariableData {
 public:
     enum : unsigned char {
-        VT_EMPTY = 0, VT_STRING = 1, VT_INT16 = 2, VT_INT32 = 3, VT_INT64 = 4, VT_CHAR = 5,
-        VT_DOUBLE = 6, VT_FLOAT = 7, VT_TIME = 9, VT_UINT8 = 16, VT_UINT32 = 18, VT_UINT64 = 19,
+        VT_EMPTY = 0,
+        VT_STRING = 1,
+        VT_INT16 = 2,
+        VT_INT32 = 3,
+        VT_INT64 = 4,
+        VT_CHAR = 5,
+        VT_DOUBLE = 6,
+        VT_FLOAT = 7,
+        VT_TIME = 9,
+        VT_UINT8 = 16,
+        VT_UINT32 = 18,
+        VT_UINT64 = 19,
     };
 
     VariableData();
@@ -201,7 +211,7 @@ public:
     operator float() const;
     operator double() const;
 
-    int Size() const;                            // length of the serial form
+    int Size() const;                                // length of the serial form
     bool SerialData(char* buffer, int& size) const;  // size: room in, bytes written (or needed) out
     bool UnSerial(const char* buffer, int size);     // false: the value stays as it was
 
@@ -227,16 +237,16 @@ struct BSAPI_API bs_tdfield {
     bs_tdfield(const char* fieldName, unsigned char fieldType, unsigned int fieldLength = 0,
                unsigned char fieldIndexed = BS_FIELD_PLAIN);
     std::string name;
-    unsigned char type;   // a VariableData tag other than 0
-    unsigned int length;  // for strings: the most bytes a value may hold; 0 without limit
+    unsigned char type;     // a VariableData tag other than 0
+    unsigned int length;    // for strings: the most bytes a value may hold; 0 without limit
     unsigned char indexed;  // BS_FIELD_PLAIN, BS_FIELD_INDEXED or BS_FIELD_UNIQUE
 };
 
 typedef std::unordered_map<std::string, tarn::VariableData> bs_record;
 
 // ----------------------------------------------------------------------------- handles
-BSAPI_API const char* bs_result_text(int code);  // a short English text for a result code
-BSAPI_API int bs_close_handle(void*& handle);     // any handle or cursor; resets it to all-ones
+BSAPI_API const char* bs_result_text(int code);    // a short English text for a result code
+BSAPI_API int bs_close_handle(void*& handle);      // any handle or cursor; resets it to all-ones
 BSAPI_API int bs_handle_keep_live(void*& handle);  // 0 while the handle can still serve
 
 // ----------------------------------------------------------------------------- tree database
@@ -250,8 +260,8 @@ BSAPI_API int bs_treedb_reopen(void*& handle, const char* mainKey, const char* s
                                const char* keyName, unsigned int flags, const char* treeName);
 BSAPI_API int bs_treedb_open_subkey(void*& handle, const char* subKey, unsigned int flags);
 BSAPI_API int bs_treedb_query_handle(void*& handle, std::string& treeName, std::string& mainKey,
-                                     std::string& keyName, unsigned int& flags,
-                                     std::string& subKey, unsigned int& port);
+                                     std::string& keyName, unsigned int& flags, std::string& subKey,
+                                     unsigned int& port);
 BSAPI_API int bs_treedb_create_newfile(const char* treeName, const char* address,
                                        unsigned short port);
 BSAPI_API int bs_treedb_query_mainkeys(std::list<std::string>& names, const char* treeName,
@@ -315,11 +325,12 @@ BSAPI_API int bs_tabledb_insert_record(void*& handle, const char* table,
 BSAPI_API int bs_tabledb_insert_record(void*& handle, const char* table,
                                        const std::list<tarn::VariableData>& values,
                                        unsigned long long& id, long createTime);
-inline int bs_tabledb_insert_record(void*& h, const char* t,
-                                    const std::list<tarn::VariableData>& v, long long& id) {
+inline int bs_tabledb_insert_record(void*& h, const char* t, const std::list<tarn::VariableData>& v,
+                                    long long& id) {
     unsigned long long u = 0;
     int rc = bs_tabledb_insert_record(h, t, v, u);
-    if (rc == BS_OK) id = static_cast<long long>(u);
+    if (rc == BS_OK)
+        id = static_cast<long long>(u);
     return rc;
 }
 
@@ -335,13 +346,15 @@ BSAPI_API int bs_tabledb_get_record_by_field(void*& handle, const char* table, c
 BSAPI_API int bs_tabledb_get_cursor(void*& cursor, bs_record& record);  // BS_ERR_END past the end
 BSAPI_API int bs_tabledb_cursor_next(void*& cursor);  // BS_ERR_END when no record follows
 
-BSAPI_API int bs_tabledb_update_record_by_field(
-    void*& handle, const char* table, const std::list<std::string>& fields,
-    const std::list<tarn::VariableData>& values, const char* selectField,
-    const tarn::VariableData* from, const tarn::VariableData* to, unsigned char mode,
-    unsigned char kind, unsigned int& changed);
-BSAPI_API int bs_tabledb_delete_record_by_field(void*& handle, const char* table,
-                                                const char* field, const tarn::VariableData* from,
+BSAPI_API int bs_tabledb_update_record_by_field(void*& handle, const char* table,
+                                                const std::list<std::string>& fields,
+                                                const std::list<tarn::VariableData>& values,
+                                                const char* selectField,
+                                                const tarn::VariableData* from,
+                                                const tarn::VariableData* to, unsigned char mode,
+                                                unsigned char kind, unsigned int& changed);
+BSAPI_API int bs_tabledb_delete_record_by_field(void*& handle, const char* table, const char* field,
+                                                const tarn::VariableData* from,
                                                 const tarn::VariableData* to, unsigned char mode,
                                                 unsigned char kind, unsigned int& deleted);
 // By creation time; `to` null means none; `limit` > 0 deletes at most that many, oldest first.
@@ -351,7 +364,8 @@ BSAPI_API int bs_tabledb_delete_record_by_ctime(void*& handle, const char* table
 inline int bs_tabledb_get_record(void*& h, const char* t, int& count, void*& cursor) {
     unsigned int n = 0;
     int rc = bs_tabledb_get_record(h, t, n, cursor);
-    if (rc == BS_OK) count = static_cast<int>(n);
+    if (rc == BS_OK)
+        count = static_cast<int>(n);
     return rc;
 }
 inline int bs_tabledb_get_record_by_field(void*& h, const char* t, const char* f,
@@ -360,7 +374,8 @@ inline int bs_tabledb_get_record_by_field(void*& h, const char* t, const char* f
                                           unsigned char kind, int& count, void*& cursor) {
     unsigned int n = 0;
     int rc = bs_tabledb_get_record_by_field(h, t, f, from, to, mode, kind, n, cursor);
-    if (rc == BS_OK) count = static_cast<int>(n);
+    if (rc == BS_OK)
+        count = static_cast<int>(n);
     return rc;
 }
 
@@ -386,8 +401,8 @@ BSAPI_API int bs_mq_push(void*& handle, const tarn::VariableData& message, const
                          unsigned long long& id, unsigned char priority);
 BSAPI_API int bs_mq_push(void*& handle, const tarn::MemCache& message, unsigned int size,
                          const char* name, unsigned long long& id, unsigned char priority);
-BSAPI_API int bs_mq_pop(void*& handle, tarn::VariableData& message, std::string& name,
-                        long& time, unsigned long long& id, unsigned int timeoutMs, bool peek);
+BSAPI_API int bs_mq_pop(void*& handle, tarn::VariableData& message, std::string& name, long& time,
+                        unsigned long long& id, unsigned int timeoutMs, bool peek);
 // Raw bytes: a string message gives its bytes, any other message its serial form.
 BSAPI_API int bs_mq_pop(void*& handle, tarn::MemCache& message, unsigned int& size,
                         std::string& name, long& time, unsigned long long& id,

@@ -18,7 +18,8 @@ int BusyTimeoutMs() {
     const char* env = std::getenv("BSAPI_BUSY_TIMEOUT_MS");
     if (env != nullptr && *env != '\0') {
         long v = std::strtol(env, nullptr, 10);
-        if (v >= 0 && v <= 3600000) return static_cast<int>(v);
+        if (v >= 0 && v <= 3600000)
+            return static_cast<int>(v);
     }
     return 5000;
 }
@@ -29,19 +30,26 @@ int MapSqlite(int rc, sqlite3* db) {
     switch (rc & 0xff) {
         case SQLITE_OK:
         case SQLITE_DONE:
-        case SQLITE_ROW: return BS_OK;
+        case SQLITE_ROW:
+            return BS_OK;
         case SQLITE_BUSY:
-        case SQLITE_LOCKED: return BS_ERR_BUSY;
-        case SQLITE_CONSTRAINT: return BS_ERR_CONSTRAINT;
-        case SQLITE_NOMEM: return BS_ERR_NO_MEMORY;
-        case SQLITE_TOOBIG: return BS_ERR_TOO_BIG;
+        case SQLITE_LOCKED:
+            return BS_ERR_BUSY;
+        case SQLITE_CONSTRAINT:
+            return BS_ERR_CONSTRAINT;
+        case SQLITE_NOMEM:
+            return BS_ERR_NO_MEMORY;
+        case SQLITE_TOOBIG:
+            return BS_ERR_TOO_BIG;
         case SQLITE_CORRUPT:
-        case SQLITE_NOTADB: return BS_ERR_CORRUPT;
+        case SQLITE_NOTADB:
+            return BS_ERR_CORRUPT;
         case SQLITE_IOERR:
         case SQLITE_FULL:
         case SQLITE_READONLY:
         case SQLITE_PERM:
-        case SQLITE_CANTOPEN: return BS_ERR_IO;
+        case SQLITE_CANTOPEN:
+            return BS_ERR_IO;
         case SQLITE_ERROR:
             if (db != nullptr && std::strstr(sqlite3_errmsg(db), "no such table") != nullptr) {
                 return BS_ERR_NO_TABLE;
@@ -50,7 +58,8 @@ int MapSqlite(int rc, sqlite3* db) {
                 return BS_ERR_EXISTS;
             }
             return BS_ERR_INTERNAL;
-        default: return BS_ERR_INTERNAL;
+        default:
+            return BS_ERR_INTERNAL;
     }
 }
 
@@ -62,8 +71,10 @@ int CSqliteConn::OnBusy(void* self, int count) {
     struct timespec now;
     clock_gettime(CLOCK_MONOTONIC, &now);
     long long ns = now.tv_sec * 1000000000LL + now.tv_nsec;
-    if (count == 0) conn->m_llBusySinceNs = ns;
-    if (ns - conn->m_llBusySinceNs >= conn->m_nBusyTimeoutMs * 1000000LL) return 0;
+    if (count == 0)
+        conn->m_llBusySinceNs = ns;
+    if (ns - conn->m_llBusySinceNs >= conn->m_nBusyTimeoutMs * 1000000LL)
+        return 0;
     ::usleep(static_cast<useconds_t>(count < 7 ? 10 << count : 1000));
     return 1;
 }
@@ -75,50 +86,61 @@ bool FileExists(const std::string& path) {
 
 CSqliteConn::~CSqliteConn() {
     for (sqlite3_stmt*& st : m_aStmt) {
-        if (st != nullptr) sqlite3_finalize(st);
+        if (st != nullptr)
+            sqlite3_finalize(st);
         st = nullptr;
     }
     if (m_pDb != nullptr) {
-        if (!sqlite3_get_autocommit(m_pDb)) sqlite3_exec(m_pDb, "ROLLBACK", nullptr, nullptr, nullptr);
+        if (!sqlite3_get_autocommit(m_pDb))
+            sqlite3_exec(m_pDb, "ROLLBACK", nullptr, nullptr, nullptr);
         sqlite3_close_v2(m_pDb);
     }
 }
 
 int CSqliteConn::Open(const std::string& path, bool create, const char* schema,
                       std::shared_ptr<CSqliteConn>& out, bool shared) {
-    if (!create && !FileExists(path)) return BS_ERR_CONN_LOST;
+    if (!create && !FileExists(path))
+        return BS_ERR_CONN_LOST;
     std::shared_ptr<CSqliteConn> conn(new CSqliteConn());
     conn->m_strPath = path;
     int flags = SQLITE_OPEN_READWRITE | (shared ? SQLITE_OPEN_FULLMUTEX : SQLITE_OPEN_NOMUTEX) |
                 (create ? SQLITE_OPEN_CREATE : 0);
     int rc = sqlite3_open_v2(path.c_str(), &conn->m_pDb, flags, nullptr);
-    if (rc != SQLITE_OK) return MapSqlite(rc, conn->m_pDb);
+    if (rc != SQLITE_OK)
+        return MapSqlite(rc, conn->m_pDb);
     sqlite3_extended_result_codes(conn->m_pDb, 0);
     conn->m_nBusyTimeoutMs = BusyTimeoutMs();
     sqlite3_busy_handler(conn->m_pDb, &CSqliteConn::OnBusy, conn.get());
     // WAL lets readers run beside one writer and keeps a crash from damaging the file.
     rc = conn->Exec("PRAGMA journal_mode=WAL");
-    if (rc != BS_OK) return rc;
+    if (rc != BS_OK)
+        return rc;
     rc = conn->Exec("PRAGMA synchronous=NORMAL");
-    if (rc != BS_OK) return rc;
+    if (rc != BS_OK)
+        return rc;
     sqlite3_stmt* st = nullptr;
     int version = 0;
     if (sqlite3_prepare_v2(conn->m_pDb, "PRAGMA user_version", -1, &st, nullptr) != SQLITE_OK) {
         return MapSqlite(sqlite3_errcode(conn->m_pDb), conn->m_pDb);
     }
     rc = sqlite3_step(st);
-    if (rc == SQLITE_ROW) version = sqlite3_column_int(st, 0);
+    if (rc == SQLITE_ROW)
+        version = sqlite3_column_int(st, 0);
     sqlite3_finalize(st);
-    if (rc != SQLITE_ROW) return MapSqlite(rc, conn->m_pDb);
+    if (rc != SQLITE_ROW)
+        return MapSqlite(rc, conn->m_pDb);
     if (version == 0) {
         // Another process may be creating the same file: the schema is idempotent and runs under
         // the write lock.
         CWriteScope scope(*conn);
         rc = scope.Begin();
-        if (rc == BS_OK) rc = conn->Exec(schema);
-        if (rc == BS_OK) rc = conn->Exec("PRAGMA user_version=1");
+        if (rc == BS_OK)
+            rc = conn->Exec(schema);
+        if (rc == BS_OK)
+            rc = conn->Exec("PRAGMA user_version=1");
         rc = scope.Finish(rc);
-        if (rc != BS_OK) return rc;
+        if (rc != BS_OK)
+            return rc;
     }
     struct stat st2;
     if (::stat(path.c_str(), &st2) == 0) {
@@ -153,28 +175,35 @@ int CSqliteConn::Exec(const char* sql) {
 
 bool CSqliteConn::InUserTxn() {
     // SQLite ends a transaction by itself on some errors (disk full); follow it.
-    if (m_bUserTxn && sqlite3_get_autocommit(m_pDb)) m_bUserTxn = false;
+    if (m_bUserTxn && sqlite3_get_autocommit(m_pDb))
+        m_bUserTxn = false;
     return m_bUserTxn;
 }
 
 int CSqliteConn::BeginUser() {
-    if (InUserTxn()) return BS_ERR_IN_TRANSACTION;
+    if (InUserTxn())
+        return BS_ERR_IN_TRANSACTION;
     int rc = Exec("BEGIN IMMEDIATE");
-    if (rc == BS_OK) m_bUserTxn = true;
+    if (rc == BS_OK)
+        m_bUserTxn = true;
     return rc;
 }
 
 int CSqliteConn::CommitUser() {
-    if (!InUserTxn()) return BS_ERR_NO_TRANSACTION;
+    if (!InUserTxn())
+        return BS_ERR_NO_TRANSACTION;
     int rc = Exec("COMMIT");
-    if (rc == BS_OK || sqlite3_get_autocommit(m_pDb)) m_bUserTxn = false;
+    if (rc == BS_OK || sqlite3_get_autocommit(m_pDb))
+        m_bUserTxn = false;
     return rc;
 }
 
 int CSqliteConn::RollbackUser() {
-    if (!InUserTxn()) return BS_ERR_NO_TRANSACTION;
+    if (!InUserTxn())
+        return BS_ERR_NO_TRANSACTION;
     for (sqlite3_stmt* st : m_aStmt) {
-        if (st != nullptr) sqlite3_reset(st);
+        if (st != nullptr)
+            sqlite3_reset(st);
     }
     int rc = Exec("ROLLBACK");
     m_bUserTxn = !sqlite3_get_autocommit(m_pDb);
@@ -183,13 +212,16 @@ int CSqliteConn::RollbackUser() {
 
 int CSqliteConn::KeepLive() const {
     struct stat st;
-    if (::stat(m_strPath.c_str(), &st) != 0) return BS_ERR_CONN_LOST;
-    if (st.st_dev != m_ullDev || st.st_ino != m_ullIno) return BS_ERR_CONN_RESET;
+    if (::stat(m_strPath.c_str(), &st) != 0)
+        return BS_ERR_CONN_LOST;
+    if (st.st_dev != m_ullDev || st.st_ino != m_ullIno)
+        return BS_ERR_CONN_RESET;
     return BS_OK;
 }
 
 CWriteScope::~CWriteScope() {
-    if (m_bOpen) Finish(BS_ERR_INTERNAL);
+    if (m_bOpen)
+        Finish(BS_ERR_INTERNAL);
 }
 
 int CWriteScope::Begin() {
@@ -200,11 +232,13 @@ int CWriteScope::Begin() {
 }
 
 int CWriteScope::Finish(int rc) {
-    if (!m_bOpen) return rc;
+    if (!m_bOpen)
+        return rc;
     m_bOpen = false;
     if (rc == BS_OK) {
         int c = m_conn.Exec(m_bSavepoint ? "RELEASE bs_op" : "COMMIT");
-        if (c == BS_OK) return BS_OK;
+        if (c == BS_OK)
+            return BS_OK;
         rc = c;
     }
     if (m_bSavepoint) {
@@ -220,31 +254,40 @@ int BindValue(sqlite3_stmt* st, int index, const tarn::VariableData& v) {
     using tarn::VariableData;
     int rc = SQLITE_OK;
     switch (v.GetType()) {
-        case VariableData::VT_EMPTY: rc = sqlite3_bind_null(st, index); break;
+        case VariableData::VT_EMPTY:
+            rc = sqlite3_bind_null(st, index);
+            break;
         case VariableData::VT_STRING: {
             const std::string& s = v.GetText();
             rc = sqlite3_bind_blob64(st, index, s.empty() ? "" : s.data(), s.size(), SQLITE_STATIC);
             break;
         }
         case VariableData::VT_DOUBLE:
-        case VariableData::VT_FLOAT: rc = sqlite3_bind_double(st, index, static_cast<double>(v)); break;
-        case VariableData::VT_UINT64:
-            rc = sqlite3_bind_int64(st, index, static_cast<sqlite3_int64>(static_cast<unsigned long long>(v)));
+        case VariableData::VT_FLOAT:
+            rc = sqlite3_bind_double(st, index, static_cast<double>(v));
             break;
-        default: rc = sqlite3_bind_int64(st, index, static_cast<long long>(v)); break;
+        case VariableData::VT_UINT64:
+            rc = sqlite3_bind_int64(st, index,
+                                    static_cast<sqlite3_int64>(static_cast<unsigned long long>(v)));
+            break;
+        default:
+            rc = sqlite3_bind_int64(st, index, static_cast<long long>(v));
+            break;
     }
     return rc == SQLITE_OK ? BS_OK : MapSqlite(rc, nullptr);
 }
 
 int BindText(sqlite3_stmt* st, int index, const std::string& text) {
-    int rc = sqlite3_bind_text64(st, index, text.data(), text.size(), SQLITE_TRANSIENT, SQLITE_UTF8);
+    int rc =
+        sqlite3_bind_text64(st, index, text.data(), text.size(), SQLITE_TRANSIENT, SQLITE_UTF8);
     return rc == SQLITE_OK ? BS_OK : MapSqlite(rc, nullptr);
 }
 
 std::string ColumnText(sqlite3_stmt* st, int col) {
     const void* p = sqlite3_column_blob(st, col);
     int n = sqlite3_column_bytes(st, col);
-    return p == nullptr ? std::string() : std::string(static_cast<const char*>(p), static_cast<size_t>(n));
+    return p == nullptr ? std::string()
+                        : std::string(static_cast<const char*>(p), static_cast<size_t>(n));
 }
 
 void ColumnValue(sqlite3_stmt* st, int col, unsigned char tag, tarn::VariableData& out,
@@ -263,18 +306,42 @@ void ColumnValue(sqlite3_stmt* st, int col, unsigned char tag, tarn::VariableDat
     }
     long long i = sqlite3_column_int64(st, col);
     switch (tag) {
-        case VariableData::VT_STRING: out = VariableData(ColumnText(st, col)); break;
-        case VariableData::VT_INT16: out = VariableData(static_cast<short>(i)); break;
-        case VariableData::VT_INT32: out = VariableData(static_cast<int>(i)); break;
-        case VariableData::VT_INT64: out = VariableData(i); break;
-        case VariableData::VT_CHAR: out = VariableData(static_cast<char>(i)); break;
-        case VariableData::VT_DOUBLE: out = VariableData(sqlite3_column_double(st, col)); break;
-        case VariableData::VT_FLOAT: out = VariableData(static_cast<float>(sqlite3_column_double(st, col))); break;
-        case VariableData::VT_TIME: out.PutTimeValue(static_cast<long>(i)); break;
-        case VariableData::VT_UINT8: out = VariableData(static_cast<unsigned char>(i)); break;
-        case VariableData::VT_UINT32: out = VariableData(static_cast<unsigned int>(i)); break;
-        case VariableData::VT_UINT64: out = VariableData(static_cast<unsigned long long>(i)); break;
-        default: out.Clear(); break;
+        case VariableData::VT_STRING:
+            out = VariableData(ColumnText(st, col));
+            break;
+        case VariableData::VT_INT16:
+            out = VariableData(static_cast<short>(i));
+            break;
+        case VariableData::VT_INT32:
+            out = VariableData(static_cast<int>(i));
+            break;
+        case VariableData::VT_INT64:
+            out = VariableData(i);
+            break;
+        case VariableData::VT_CHAR:
+            out = VariableData(static_cast<char>(i));
+            break;
+        case VariableData::VT_DOUBLE:
+            out = VariableData(sqlite3_column_double(st, col));
+            break;
+        case VariableData::VT_FLOAT:
+            out = VariableData(static_cast<float>(sqlite3_column_double(st, col)));
+            break;
+        case VariableData::VT_TIME:
+            out.PutTimeValue(static_cast<long>(i));
+            break;
+        case VariableData::VT_UINT8:
+            out = VariableData(static_cast<unsigned char>(i));
+            break;
+        case VariableData::VT_UINT32:
+            out = VariableData(static_cast<unsigned int>(i));
+            break;
+        case VariableData::VT_UINT64:
+            out = VariableData(static_cast<unsigned long long>(i));
+            break;
+        default:
+            out.Clear();
+            break;
     }
 }
 
@@ -290,7 +357,8 @@ int StepDone(sqlite3_stmt* st, sqlite3* db) {
 std::string QuoteIdent(const std::string& name) {
     std::string out = "\"";
     for (char c : name) {
-        if (c == '"') out += '"';
+        if (c == '"')
+            out += '"';
         out += c;
     }
     out += '"';

@@ -37,7 +37,8 @@ public:
     int BeginUser();
     int CommitUser();
     int RollbackUser();
-    // 0 while the file is still there; 1005 when it has gone, 1006 when another file took its place.
+    // 0 while the file is still there; 1005 when it has gone, 1006 when another file took its
+    // place.
     int KeepLive() const;
 
 private:

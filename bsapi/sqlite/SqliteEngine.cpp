@@ -1,4 +1,5 @@
-// The embedded engine: its file layout below the server directory and the calls that need no handle.
+// The embedded engine: its file layout below the server directory and the calls that need no
+// handle.
 //
 // <root>/<address>_<port>/tree_<name>.db     one file per tree
 // <root>/<address>_<port>/table_<name>.db    one file per table database
@@ -19,7 +20,9 @@ std::string TableDbFilePath(const CServerAddr& server, const std::string& db) {
     return ServerDir(server) + "/table_" + EncodeFilePart(db) + ".db";
 }
 
-std::string QueueFilePath(const CServerAddr& server) { return ServerDir(server) + "/queues.db"; }
+std::string QueueFilePath(const CServerAddr& server) {
+    return ServerDir(server) + "/queues.db";
+}
 
 namespace {
 
@@ -31,8 +34,10 @@ public:
 
     int CreateTree(const CServerAddr& server, const std::string& tree) override {
         std::string file = TreeFilePath(server, tree);
-        if (FileExists(file)) return BS_ERR_EXISTS;
-        if (MakeDirs(ServerDir(server)) != BS_OK) return BS_ERR_IO;
+        if (FileExists(file))
+            return BS_ERR_EXISTS;
+        if (MakeDirs(ServerDir(server)) != BS_OK)
+            return BS_ERR_IO;
         std::shared_ptr<CSqliteConn> conn;
         return CSqliteConn::Open(file, true, kTreeSchema, conn);
     }
@@ -41,15 +46,21 @@ public:
                  std::list<std::string>& names) override {
         std::shared_ptr<CSqliteConn> conn;
         int rc = CSqliteConn::Open(TreeFilePath(server, tree), false, kTreeSchema, conn);
-        if (rc == BS_ERR_CONN_LOST) return BS_ERR_NO_TREE;
-        if (rc != BS_OK) return rc;
-        sqlite3_stmt* st = conn->Stmt(0, "SELECT name FROM bs_key WHERE parent=0 ORDER BY name", rc);
-        if (st == nullptr) return rc;
+        if (rc == BS_ERR_CONN_LOST)
+            return BS_ERR_NO_TREE;
+        if (rc != BS_OK)
+            return rc;
+        sqlite3_stmt* st =
+            conn->Stmt(0, "SELECT name FROM bs_key WHERE parent=0 ORDER BY name", rc);
+        if (st == nullptr)
+            return rc;
         std::list<std::string> out;
         int s;
-        while ((s = sqlite3_step(st)) == SQLITE_ROW) out.push_back(ColumnText(st, 0));
+        while ((s = sqlite3_step(st)) == SQLITE_ROW)
+            out.push_back(ColumnText(st, 0));
         sqlite3_reset(st);
-        if (s != SQLITE_DONE) return MapSqlite(s, conn->Db());
+        if (s != SQLITE_DONE)
+            return MapSqlite(s, conn->Db());
         names.swap(out);
         return BS_OK;
     }
@@ -66,14 +77,18 @@ public:
         }
         std::shared_ptr<CSqliteConn> conn;
         int rc = CSqliteConn::Open(file, false, QueueSchema(), conn);
-        if (rc != BS_OK) return rc;
+        if (rc != BS_OK)
+            return rc;
         sqlite3_stmt* st = conn->Stmt(0, "SELECT name FROM bs_queue ORDER BY name", rc);
-        if (st == nullptr) return rc;
+        if (st == nullptr)
+            return rc;
         std::list<std::string> out;
         int s;
-        while ((s = sqlite3_step(st)) == SQLITE_ROW) out.push_back(ColumnText(st, 0));
+        while ((s = sqlite3_step(st)) == SQLITE_ROW)
+            out.push_back(ColumnText(st, 0));
         sqlite3_reset(st);
-        if (s != SQLITE_DONE) return MapSqlite(s, conn->Db());
+        if (s != SQLITE_DONE)
+            return MapSqlite(s, conn->Db());
         names.swap(out);
         return BS_OK;
     }

@@ -28,14 +28,16 @@ public:
     int DeleteSubKey(const std::vector<std::string>& relPath) override;
     int RenameSubKey(const std::vector<std::string>& relPath, const std::string& newName) override;
     int GetProperty(const std::string& name, tarn::VariableData& value) override;
-    int PutProperty(const std::string& name, const tarn::VariableData& value, bool replace) override;
+    int PutProperty(const std::string& name, const tarn::VariableData& value,
+                    bool replace) override;
     int EditProperty(const std::string& name, const tarn::VariableData& value) override;
     int DeleteProperty(const std::string& name) override;
     int DeleteAllProperties() override;
     int RenameProperty(const std::string& oldName, const std::string& newName) override;
     int PropertyNames(std::list<std::string>& names) override;
     int AllProperties(std::map<std::string, tarn::VariableData>& values) override;
-    int PutProperties(const std::map<std::string, tarn::VariableData>& values, bool replace) override;
+    int PutProperties(const std::map<std::string, tarn::VariableData>& values,
+                      bool replace) override;
     int Begin() override { return m_pConn ? m_pConn->BeginUser() : BS_ERR_CONN_CLOSED; }
     int Commit() override { return m_pConn ? m_pConn->CommitUser() : BS_ERR_CONN_CLOSED; }
     int Rollback() override { return m_pConn ? m_pConn->RollbackUser() : BS_ERR_CONN_CLOSED; }

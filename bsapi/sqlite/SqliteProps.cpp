@@ -12,8 +12,10 @@ namespace {
 int BindProp(sqlite3_stmt* st, long long key, const std::string& name, const VariableData& v) {
     sqlite3_bind_int64(st, 1, key);
     int rc = BindText(st, 2, name);
-    if (rc == BS_OK) rc = sqlite3_bind_int(st, 3, v.GetType()) == SQLITE_OK ? BS_OK : BS_ERR_INTERNAL;
-    if (rc == BS_OK) rc = BindValue(st, 4, v);
+    if (rc == BS_OK)
+        rc = sqlite3_bind_int(st, 3, v.GetType()) == SQLITE_OK ? BS_OK : BS_ERR_INTERNAL;
+    if (rc == BS_OK)
+        rc = BindValue(st, 4, v);
     return rc;
 }
 
@@ -23,7 +25,8 @@ int CSqliteTree::GetProperty(const std::string& name, VariableData& value) {
     BS_STMT(st, S_PROP_GET)
     sqlite3_bind_int64(st, 1, m_llKeyId);
     int rc = BindText(st, 2, name);
-    if (rc != BS_OK) return rc;
+    if (rc != BS_OK)
+        return rc;
     int s = sqlite3_step(st);
     if (s == SQLITE_ROW) {
         ColumnValue(st, 1, static_cast<unsigned char>(sqlite3_column_int(st, 0)), value, true);
@@ -38,18 +41,24 @@ int CSqliteTree::PutOne(const std::string& name, const VariableData& value, bool
     int slot = replace ? S_PROP_UPSERT : S_PROP_INSERT;
     int code = BS_OK;
     sqlite3_stmt* st = m_pConn->Stmt(slot, kTreeSql[slot], code);
-    if (st == nullptr) return code;
+    if (st == nullptr)
+        return code;
     int rc = BindProp(st, m_llKeyId, name, value);
-    if (rc == BS_OK) rc = StepDone(st, m_pConn->Db());
-    if (rc != BS_OK) return rc;
-    if (sqlite3_changes(m_pConn->Db()) > 0) return BS_OK;
+    if (rc == BS_OK)
+        rc = StepDone(st, m_pConn->Db());
+    if (rc != BS_OK)
+        return rc;
+    if (sqlite3_changes(m_pConn->Db()) > 0)
+        return BS_OK;
     // Nothing written: the key has gone, or (without replace) the property exists.
     BS_STMT(ex, S_KEY_EXISTS)
     sqlite3_bind_int64(ex, 1, m_llKeyId);
     int s = sqlite3_step(ex);
     sqlite3_reset(ex);
-    if (s == SQLITE_DONE) return KeyGone();
-    if (s != SQLITE_ROW) return MapSqlite(s, m_pConn->Db());
+    if (s == SQLITE_DONE)
+        return KeyGone();
+    if (s != SQLITE_ROW)
+        return MapSqlite(s, m_pConn->Db());
     return BS_ERR_EXISTS;
 }
 
@@ -60,8 +69,10 @@ int CSqliteTree::PutProperty(const std::string& name, const VariableData& value,
 int CSqliteTree::EditProperty(const std::string& name, const VariableData& value) {
     BS_STMT(st, S_PROP_EDIT)
     int rc = BindProp(st, m_llKeyId, name, value);
-    if (rc == BS_OK) rc = StepDone(st, m_pConn->Db());
-    if (rc != BS_OK) return rc;
+    if (rc == BS_OK)
+        rc = StepDone(st, m_pConn->Db());
+    if (rc != BS_OK)
+        return rc;
     return sqlite3_changes(m_pConn->Db()) > 0 ? BS_OK : BS_ERR_NO_KEY;
 }
 
@@ -69,8 +80,10 @@ int CSqliteTree::DeleteProperty(const std::string& name) {
     BS_STMT(st, S_PROP_DEL)
     sqlite3_bind_int64(st, 1, m_llKeyId);
     int rc = BindText(st, 2, name);
-    if (rc == BS_OK) rc = StepDone(st, m_pConn->Db());
-    if (rc != BS_OK) return rc;
+    if (rc == BS_OK)
+        rc = StepDone(st, m_pConn->Db());
+    if (rc != BS_OK)
+        return rc;
     return sqlite3_changes(m_pConn->Db()) > 0 ? BS_OK : BS_ERR_NO_KEY;
 }
 
@@ -83,26 +96,32 @@ int CSqliteTree::DeleteAllProperties() {
 int CSqliteTree::RenameProperty(const std::string& oldName, const std::string& newName) {
     CWriteScope scope(*m_pConn);
     int rc = scope.Begin();
-    if (rc != BS_OK) return rc;
+    if (rc != BS_OK)
+        return rc;
     if (oldName != newName) {
         int c = BS_OK;
         sqlite3_stmt* ex = m_pConn->Stmt(S_PROP_EXISTS, kTreeSql[S_PROP_EXISTS], c);
-        if (ex == nullptr) return scope.Finish(c);
+        if (ex == nullptr)
+            return scope.Finish(c);
         sqlite3_bind_int64(ex, 1, m_llKeyId);
         BindText(ex, 2, newName);
         int s = sqlite3_step(ex);
         sqlite3_reset(ex);
-        if (s == SQLITE_ROW) return scope.Finish(BS_ERR_EXISTS);
-        if (s != SQLITE_DONE) return scope.Finish(MapSqlite(s, m_pConn->Db()));
+        if (s == SQLITE_ROW)
+            return scope.Finish(BS_ERR_EXISTS);
+        if (s != SQLITE_DONE)
+            return scope.Finish(MapSqlite(s, m_pConn->Db()));
     }
     int c = BS_OK;
     sqlite3_stmt* st = m_pConn->Stmt(S_PROP_RENAME, kTreeSql[S_PROP_RENAME], c);
-    if (st == nullptr) return scope.Finish(c);
+    if (st == nullptr)
+        return scope.Finish(c);
     sqlite3_bind_int64(st, 1, m_llKeyId);
     BindText(st, 2, oldName);
     BindText(st, 3, newName);
     rc = StepDone(st, m_pConn->Db());
-    if (rc == BS_OK && sqlite3_changes(m_pConn->Db()) == 0) rc = BS_ERR_NO_KEY;
+    if (rc == BS_OK && sqlite3_changes(m_pConn->Db()) == 0)
+        rc = BS_ERR_NO_KEY;
     return scope.Finish(rc);
 }
 
@@ -111,9 +130,11 @@ int CSqliteTree::PropertyNames(std::list<std::string>& names) {
     sqlite3_bind_int64(st, 1, m_llKeyId);
     std::list<std::string> out;
     int s;
-    while ((s = sqlite3_step(st)) == SQLITE_ROW) out.push_back(ColumnText(st, 0));
+    while ((s = sqlite3_step(st)) == SQLITE_ROW)
+        out.push_back(ColumnText(st, 0));
     sqlite3_reset(st);
-    if (s != SQLITE_DONE) return MapSqlite(s, m_pConn->Db());
+    if (s != SQLITE_DONE)
+        return MapSqlite(s, m_pConn->Db());
     names.swap(out);
     return BS_OK;
 }
@@ -129,7 +150,8 @@ int CSqliteTree::AllProperties(std::map<std::string, VariableData>& values) {
         out.emplace(ColumnText(st, 0), std::move(v));
     }
     sqlite3_reset(st);
-    if (s != SQLITE_DONE) return MapSqlite(s, m_pConn->Db());
+    if (s != SQLITE_DONE)
+        return MapSqlite(s, m_pConn->Db());
     values.swap(out);
     return BS_OK;
 }
@@ -137,10 +159,12 @@ int CSqliteTree::AllProperties(std::map<std::string, VariableData>& values) {
 int CSqliteTree::PutProperties(const std::map<std::string, VariableData>& values, bool replace) {
     CWriteScope scope(*m_pConn);
     int rc = scope.Begin();
-    if (rc != BS_OK) return rc;
+    if (rc != BS_OK)
+        return rc;
     for (const auto& kv : values) {
         rc = PutOne(kv.first, kv.second, replace);
-        if (rc != BS_OK) break;
+        if (rc != BS_OK)
+            break;
     }
     return scope.Finish(rc);
 }

@@ -38,24 +38,28 @@ namespace {
 
 const int kSlots = 1024;
 
-std::mutex g_mtxWake;                             // guards g_mapWake
-std::map<std::string, uint32_t*> g_mapWake;       // wake file path -> mapping (kept for the process)
+std::mutex g_mtxWake;                        // guards g_mapWake
+std::map<std::string, uint32_t*> g_mapWake;  // wake file path -> mapping (kept for the process)
 
 uint32_t* WakeCounters(const std::string& path) {
     std::lock_guard<std::mutex> lock(g_mtxWake);
     auto it = g_mapWake.find(path);
-    if (it != g_mapWake.end()) return it->second;
+    if (it != g_mapWake.end())
+        return it->second;
     int fd = ::open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0660);
-    if (fd < 0) return nullptr;
+    if (fd < 0)
+        return nullptr;
     struct stat st;
     size_t size = kSlots * sizeof(uint32_t);
-    if (::fstat(fd, &st) != 0 || (static_cast<size_t>(st.st_size) < size && ::ftruncate(fd, size) != 0)) {
+    if (::fstat(fd, &st) != 0 ||
+        (static_cast<size_t>(st.st_size) < size && ::ftruncate(fd, size) != 0)) {
         ::close(fd);
         return nullptr;
     }
     void* p = ::mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_SHARED, fd, 0);
     ::close(fd);
-    if (p == MAP_FAILED) return nullptr;
+    if (p == MAP_FAILED)
+        return nullptr;
     uint32_t* counters = static_cast<uint32_t*>(p);
     g_mapWake[path] = counters;
     return counters;
@@ -63,7 +67,8 @@ uint32_t* WakeCounters(const std::string& path) {
 
 uint32_t SlotOf(const std::string& name) {
     uint32_t h = 2166136261u;  // FNV-1a
-    for (unsigned char c : name) h = (h ^ c) * 16777619u;
+    for (unsigned char c : name)
+        h = (h ^ c) * 16777619u;
     return h % kSlots;
 }
 
@@ -90,29 +95,38 @@ public:
         std::string file = QueueFilePath(server);
         std::shared_ptr<CSqliteConn> conn = m_pConn;
         if (!conn || conn->Path() != file) {
-            if (!FileExists(file) && !create) return BS_ERR_NO_QUEUE;
-            if (MakeDirs(ServerDir(server)) != BS_OK) return BS_ERR_IO;
+            if (!FileExists(file) && !create)
+                return BS_ERR_NO_QUEUE;
+            if (MakeDirs(ServerDir(server)) != BS_OK)
+                return BS_ERR_IO;
             int rc = CSqliteConn::Open(file, true, QueueSchema(), conn);
-            if (rc != BS_OK) return rc;
+            if (rc != BS_OK)
+                return rc;
         }
         int rc = BS_OK;
         if (create) {
             sqlite3_stmt* st = conn->Stmt(Q_CREATE, kSql[Q_CREATE], rc);
-            if (st == nullptr) return rc;
+            if (st == nullptr)
+                return rc;
             BindText(st, 1, queue);
             rc = StepDone(st, conn->Db());
-            if (rc != BS_OK) return rc;
+            if (rc != BS_OK)
+                return rc;
         }
         sqlite3_stmt* st = conn->Stmt(Q_FIND, kSql[Q_FIND], rc);
-        if (st == nullptr) return rc;
+        if (st == nullptr)
+            return rc;
         BindText(st, 1, queue);
         int s = sqlite3_step(st);
         long long id = s == SQLITE_ROW ? sqlite3_column_int64(st, 0) : 0;
         sqlite3_reset(st);
-        if (s == SQLITE_DONE) return BS_ERR_NO_QUEUE;
-        if (s != SQLITE_ROW) return MapSqlite(s, conn->Db());
+        if (s == SQLITE_DONE)
+            return BS_ERR_NO_QUEUE;
+        if (s != SQLITE_ROW)
+            return MapSqlite(s, conn->Db());
         uint32_t* counters = WakeCounters(ServerDir(server) + "/queues.wake");
-        if (counters == nullptr) return BS_ERR_IO;
+        if (counters == nullptr)
+            return BS_ERR_IO;
         m_pConn = conn;
         m_llQueue = id;
         m_pCounter = counters + SlotOf(queue);
@@ -123,16 +137,20 @@ public:
              unsigned long long& id) override {
         int rc = BS_OK;
         sqlite3_stmt* st = m_pConn->Stmt(Q_PUSH, kSql[Q_PUSH], rc);
-        if (st == nullptr) return rc;
+        if (st == nullptr)
+            return rc;
         sqlite3_bind_int64(st, 1, m_llQueue);
         sqlite3_bind_int(st, 2, priority);
         BindText(st, 3, name);
         sqlite3_bind_int64(st, 4, static_cast<long long>(::time(nullptr)));
         sqlite3_bind_int(st, 5, value.GetType());
         rc = BindValue(st, 6, value);
-        if (rc == BS_OK) rc = StepDone(st, m_pConn->Db());
-        if (rc != BS_OK) return rc;
-        if (sqlite3_changes(m_pConn->Db()) == 0) return BS_ERR_NO_QUEUE;
+        if (rc == BS_OK)
+            rc = StepDone(st, m_pConn->Db());
+        if (rc != BS_OK)
+            return rc;
+        if (sqlite3_changes(m_pConn->Db()) == 0)
+            return BS_ERR_NO_QUEUE;
         id = static_cast<unsigned long long>(sqlite3_last_insert_rowid(m_pConn->Db()));
         Wake();
         return BS_OK;
@@ -143,9 +161,11 @@ public:
         for (;;) {
             uint32_t seen = __atomic_load_n(m_pCounter, __ATOMIC_ACQUIRE);
             int rc = TryPop(message, peek);
-            if (rc != BS_ERR_TIMEOUT) return rc;
+            if (rc != BS_ERR_TIMEOUT)
+                return rc;
             auto left = deadline - std::chrono::steady_clock::now();
-            if (left <= std::chrono::steady_clock::duration::zero()) return BS_ERR_TIMEOUT;
+            if (left <= std::chrono::steady_clock::duration::zero())
+                return BS_ERR_TIMEOUT;
             auto ns = std::chrono::duration_cast<std::chrono::nanoseconds>(left).count();
             struct timespec ts;
             ts.tv_sec = static_cast<time_t>(ns / 1000000000);
@@ -156,21 +176,26 @@ public:
 
     int Length(unsigned long long& length) override {
         int rc = CheckQueue();
-        if (rc != BS_OK) return rc;
+        if (rc != BS_OK)
+            return rc;
         sqlite3_stmt* st = m_pConn->Stmt(Q_COUNT, kSql[Q_COUNT], rc);
-        if (st == nullptr) return rc;
+        if (st == nullptr)
+            return rc;
         sqlite3_bind_int64(st, 1, m_llQueue);
         int s = sqlite3_step(st);
-        if (s == SQLITE_ROW) length = static_cast<unsigned long long>(sqlite3_column_int64(st, 0));
+        if (s == SQLITE_ROW)
+            length = static_cast<unsigned long long>(sqlite3_column_int64(st, 0));
         sqlite3_reset(st);
         return s == SQLITE_ROW ? BS_OK : MapSqlite(s, m_pConn->Db());
     }
 
     int Clear() override {
         int rc = CheckQueue();
-        if (rc != BS_OK) return rc;
+        if (rc != BS_OK)
+            return rc;
         sqlite3_stmt* st = m_pConn->Stmt(Q_CLEAR, kSql[Q_CLEAR], rc);
-        if (st == nullptr) return rc;
+        if (st == nullptr)
+            return rc;
         sqlite3_bind_int64(st, 1, m_llQueue);
         return StepDone(st, m_pConn->Db());
     }
@@ -178,17 +203,21 @@ public:
     int Delete() override {
         CWriteScope scope(*m_pConn);
         int rc = scope.Begin();
-        if (rc != BS_OK) return rc;
+        if (rc != BS_OK)
+            return rc;
         for (int slot : {Q_CLEAR, Q_DROP}) {
             sqlite3_stmt* st = m_pConn->Stmt(slot, kSql[slot], rc);
-            if (st == nullptr) return scope.Finish(rc);
+            if (st == nullptr)
+                return scope.Finish(rc);
             sqlite3_bind_int64(st, 1, m_llQueue);
             rc = StepDone(st, m_pConn->Db());
-            if (rc != BS_OK) return scope.Finish(rc);
+            if (rc != BS_OK)
+                return scope.Finish(rc);
         }
         rc = sqlite3_changes(m_pConn->Db()) > 0 ? BS_OK : BS_ERR_NO_QUEUE;
         rc = scope.Finish(rc);
-        if (rc == BS_OK) Wake();  // waiting pops learn that the queue is gone
+        if (rc == BS_OK)
+            Wake();  // waiting pops learn that the queue is gone
         return rc;
     }
 
@@ -201,11 +230,13 @@ private:
     int CheckQueue() {
         int rc = BS_OK;
         sqlite3_stmt* st = m_pConn->Stmt(Q_EXISTS, kSql[Q_EXISTS], rc);
-        if (st == nullptr) return rc;
+        if (st == nullptr)
+            return rc;
         sqlite3_bind_int64(st, 1, m_llQueue);
         int s = sqlite3_step(st);
         sqlite3_reset(st);
-        if (s == SQLITE_ROW) return BS_OK;
+        if (s == SQLITE_ROW)
+            return BS_OK;
         return s == SQLITE_DONE ? BS_ERR_NO_QUEUE : MapSqlite(s, m_pConn->Db());
     }
 
@@ -214,7 +245,8 @@ private:
         int slot = peek ? Q_PEEK : Q_TAKE;
         int rc = BS_OK;
         sqlite3_stmt* st = m_pConn->Stmt(slot, kSql[slot], rc);
-        if (st == nullptr) return rc;
+        if (st == nullptr)
+            return rc;
         sqlite3_bind_int64(st, 1, m_llQueue);
         int s = sqlite3_step(st);
         if (s == SQLITE_ROW) {
@@ -227,7 +259,8 @@ private:
             return rc;
         }
         sqlite3_reset(st);
-        if (s != SQLITE_DONE) return MapSqlite(s, m_pConn->Db());
+        if (s != SQLITE_DONE)
+            return MapSqlite(s, m_pConn->Db());
         rc = CheckQueue();
         return rc == BS_OK ? BS_ERR_TIMEOUT : rc;
     }
@@ -239,6 +272,8 @@ private:
 
 }  // namespace
 
-std::unique_ptr<CQueueSession> NewSqliteQueue() { return std::make_unique<CSqliteQueue>(); }
+std::unique_ptr<CQueueSession> NewSqliteQueue() {
+    return std::make_unique<CSqliteQueue>();
+}
 
 }  // namespace bsapi

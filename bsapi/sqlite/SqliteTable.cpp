@@ -1,11 +1,10 @@
 // The embedded engine's table database: real SQL tables with "_FIELD_AUTOID_" and a creation time,
-// field descriptions kept beside them, and cursors that page by "_FIELD_AUTOID_" so that they
-// hold no statement or transaction open between calls.
+// their field descriptions kept beside them in _bs_table and _bs_field.
 #include <ctime>
 
 #include "bsapi/Location.h"
 #include "bsapi/Values.h"
-#include "bsapi/sqlite/SqliteEngine.h"
+#include "bsapi/sqlite/SqliteTableSql.h"
 
 namespace bsapi {
 
@@ -19,177 +18,38 @@ const char* const kTableSchema =
     " name TEXT NOT NULL, type INTEGER NOT NULL, length INTEGER NOT NULL, idx INTEGER NOT NULL,"
     " PRIMARY KEY(tbl, pos)) WITHOUT ROWID;";
 
-const char* const kAutoId = "_FIELD_AUTOID_";
-const char* const kCTime = "_FIELD_CTIME_";
-const unsigned kPage = 100;
-
 const char* DeclType(unsigned char tag) {
     switch (tag) {
-        case VariableData::VT_STRING: return "BLOB";
+        case VariableData::VT_STRING:
+            return "BLOB";
         case VariableData::VT_DOUBLE:
-        case VariableData::VT_FLOAT: return "REAL";
-        default: return "INTEGER";
+        case VariableData::VT_FLOAT:
+            return "REAL";
+        default:
+            return "INTEGER";
     }
 }
-
-// A selection turned into SQL: the WHERE text and its parameters (already of the column's type).
-struct CWhere {
-    std::string m_strSql;
-    std::vector<VariableData> m_vecArgs;
-};
-
-int BuildWhere(const CSelection& sel, const std::vector<bs_tdfield>& fields, CWhere& where) {
-    std::string column;
-    unsigned char tag = VariableData::VT_INT64;
-    if (sel.m_byKind == BS_SEL_AUTOID) {
-        column = kAutoId;
-    } else if (sel.m_byKind == BS_SEL_CTIME) {
-        column = kCTime;
-    } else {
-        bool found = false;
-        for (const bs_tdfield& f : fields) {
-            if (f.name == sel.m_strField) {
-                found = true;
-                tag = f.type;
-            }
-        }
-        if (sel.m_strField == kAutoId || sel.m_strField == kCTime) {
-            found = true;
-            tag = VariableData::VT_INT64;
-        }
-        if (!found) return BS_ERR_NO_FIELD;
-        column = sel.m_strField;
-    }
-    std::string col = QuoteIdent(column);
-    if (sel.m_byMode == BS_CMP_ALL) {
-        where.m_strSql = "1";
-        return BS_OK;
-    }
-    if (!sel.m_bHasFrom) return BS_ERR_BAD_ARG;
-    VariableData from, to;
-    if (!CoerceToTag(sel.m_varFrom, tag, from)) return BS_ERR_TYPE;
-    where.m_vecArgs.push_back(from);
-    switch (sel.m_byMode) {
-        case BS_CMP_RANGE:
-            where.m_strSql = col + ">=?";
-            if (sel.m_bHasTo) {
-                if (!CoerceToTag(sel.m_varTo, tag, to)) return BS_ERR_TYPE;
-                where.m_strSql += " AND " + col + "<=?";
-                where.m_vecArgs.push_back(to);
-            }
-            break;
-        case BS_CMP_LESS: where.m_strSql = col + "<?"; break;
-        case BS_CMP_GREATER: where.m_strSql = col + ">?"; break;
-        default: where.m_strSql = col + " IS ?"; break;
-    }
-    return BS_OK;
-}
-
-// Prepares `sql` (not cached: table statements depend on the table's columns).
-int Prepare(CSqliteConn& conn, const std::string& sql, sqlite3_stmt*& st) {
-    int rc = sqlite3_prepare_v2(conn.Db(), sql.c_str(), static_cast<int>(sql.size()), &st, nullptr);
-    if (rc != SQLITE_OK) {
-        st = nullptr;
-        return MapSqlite(rc, conn.Db());
-    }
-    return BS_OK;
-}
-
-struct CStmtGuard {
-    sqlite3_stmt* m_pSt = nullptr;
-    ~CStmtGuard() { sqlite3_finalize(m_pSt); }
-};
-
-// Reads one row of "SELECT _FIELD_AUTOID_, _FIELD_CTIME_, <fields...>".
-void ReadRow(sqlite3_stmt* st, const std::vector<bs_tdfield>& fields, bs_record& rec) {
-    rec.clear();
-    rec[kAutoId] = VariableData(static_cast<long long>(sqlite3_column_int64(st, 0)));
-    VariableData t;
-    t.PutTimeValue(static_cast<long>(sqlite3_column_int64(st, 1)));
-    rec[kCTime] = t;
-    for (size_t i = 0; i < fields.size(); ++i) {
-        ColumnValue(st, static_cast<int>(i) + 2, fields[i].type, rec[fields[i].name]);
-    }
-}
-
-std::string SelectList(const std::vector<bs_tdfield>& fields) {
-    std::string s = std::string(kAutoId) + "," + kCTime;
-    for (const bs_tdfield& f : fields) s += "," + QuoteIdent(f.name);
-    return s;
-}
-
-class CSqliteCursor : public CCursor {
-public:
-    CSqliteCursor(std::shared_ptr<CSqliteConn> conn, std::string table, std::vector<bs_tdfield> fields,
-                  CWhere where)
-        : m_pConn(std::move(conn)), m_strTable(std::move(table)), m_vecFields(std::move(fields)),
-          m_where(std::move(where)) {}
-    int KeepLive() override { return m_pConn->KeepLive(); }
-    int Current(bs_record& record) override {
-        if (m_nPos >= m_vecPage.size()) return BS_ERR_END;
-        record = m_vecPage[m_nPos];
-        return BS_OK;
-    }
-    int Next() override {
-        if (m_nPos >= m_vecPage.size()) return BS_ERR_END;
-        if (++m_nPos < m_vecPage.size()) return BS_OK;
-        if (m_bLast) return BS_ERR_END;
-        int rc = Fetch();
-        if (rc != BS_OK) return rc;
-        return m_vecPage.empty() ? BS_ERR_END : BS_OK;
-    }
-    // Loads the page after the last record seen.
-    int Fetch() {
-        std::string sql = "SELECT " + SelectList(m_vecFields) + " FROM " + QuoteIdent(m_strTable) +
-                          " WHERE (" + m_where.m_strSql + ") AND " + kAutoId + ">? ORDER BY " +
-                          kAutoId + " LIMIT " + std::to_string(kPage);
-        CStmtGuard g;
-        int rc = Prepare(*m_pConn, sql, g.m_pSt);
-        if (rc != BS_OK) return rc;
-        int i = 1;
-        for (const VariableData& v : m_where.m_vecArgs) BindValue(g.m_pSt, i++, v);
-        sqlite3_bind_int64(g.m_pSt, i, m_llLastId);
-        std::vector<bs_record> page;
-        int s;
-        while ((s = sqlite3_step(g.m_pSt)) == SQLITE_ROW) {
-            page.emplace_back();
-            ReadRow(g.m_pSt, m_vecFields, page.back());
-            m_llLastId = sqlite3_column_int64(g.m_pSt, 0);
-        }
-        if (s != SQLITE_DONE) return MapSqlite(s, m_pConn->Db());
-        m_bLast = page.size() < kPage;
-        m_vecPage.swap(page);
-        m_nPos = 0;
-        return BS_OK;
-    }
-
-private:
-    std::shared_ptr<CSqliteConn> m_pConn;
-    std::string m_strTable;
-    std::vector<bs_tdfield> m_vecFields;
-    CWhere m_where;
-    std::vector<bs_record> m_vecPage;
-    size_t m_nPos = 0;
-    long long m_llLastId = 0;
-    bool m_bLast = false;
-};
 
 class CSqliteTable : public CTableSession {
 public:
     // Cursors may keep the connection beyond the handle; the handle's transaction ends with it.
     ~CSqliteTable() override {
-        if (m_pConn && m_pConn->InUserTxn()) m_pConn->RollbackUser();
+        if (m_pConn && m_pConn->InUserTxn())
+            m_pConn->RollbackUser();
     }
     int KeepLive() override { return m_pConn ? m_pConn->KeepLive() : BS_ERR_CONN_CLOSED; }
 
     int Open(const CServerAddr& server, const std::string& dbName) override {
         std::string file = TableDbFilePath(server, dbName);
-        if (m_pConn && m_pConn->Path() == file) return BS_OK;
-        if (MakeDirs(ServerDir(server)) != BS_OK) return BS_ERR_IO;
+        if (m_pConn && m_pConn->Path() == file)
+            return BS_OK;
+        if (MakeDirs(ServerDir(server)) != BS_OK)
+            return BS_ERR_IO;
         std::shared_ptr<CSqliteConn> conn;
         int rc = CSqliteConn::Open(file, true, kTableSchema, conn, true);
         if (rc == BS_OK) {
-            if (m_pConn && m_pConn->InUserTxn()) m_pConn->RollbackUser();
+            if (m_pConn && m_pConn->InUserTxn())
+                m_pConn->RollbackUser();
             m_pConn = std::move(conn);
         }
         return rc;
@@ -199,30 +59,39 @@ public:
                     bool acceptExisting) override {
         CWriteScope scope(*m_pConn);
         int rc = scope.Begin();
-        if (rc != BS_OK) return rc;
+        if (rc != BS_OK)
+            return rc;
         std::vector<bs_tdfield> existing;
         rc = Fields(table, existing);
-        if (rc == BS_OK) return scope.Finish(acceptExisting ? BS_OK : BS_ERR_EXISTS);
-        if (rc != BS_ERR_NO_TABLE) return scope.Finish(rc);
+        if (rc == BS_OK)
+            return scope.Finish(acceptExisting ? BS_OK : BS_ERR_EXISTS);
+        if (rc != BS_ERR_NO_TABLE)
+            return scope.Finish(rc);
         std::string q = QuoteIdent(table);
-        std::string sql = "CREATE TABLE " + q + "(" + kAutoId + " INTEGER PRIMARY KEY AUTOINCREMENT, " +
-                          kCTime + " INTEGER NOT NULL";
-        for (const bs_tdfield& f : fields) sql += ", " + QuoteIdent(f.name) + " " + DeclType(f.type);
+        std::string sql = "CREATE TABLE " + q + "(" + kAutoId +
+                          " INTEGER PRIMARY KEY AUTOINCREMENT, " + kCTime + " INTEGER NOT NULL";
+        for (const bs_tdfield& f : fields)
+            sql += ", " + QuoteIdent(f.name) + " " + DeclType(f.type);
         sql += ");CREATE INDEX " + QuoteIdent(table + "$ctime") + " ON " + q + "(" + kCTime + ");";
         for (const bs_tdfield& f : fields) {
             if (f.indexed == BS_FIELD_UNIQUE) {
-                sql += "CREATE UNIQUE INDEX " + QuoteIdent(table + "$" + f.name) + " ON " + q + "(" + QuoteIdent(f.name) + ");";
-            } else if (f.indexed) sql += "CREATE INDEX " + QuoteIdent(table + "$" + f.name) + " ON " + q + "(" + QuoteIdent(f.name) + ");";
+                sql += "CREATE UNIQUE INDEX " + QuoteIdent(table + "$" + f.name) + " ON " + q +
+                       "(" + QuoteIdent(f.name) + ");";
+            } else if (f.indexed)
+                sql += "CREATE INDEX " + QuoteIdent(table + "$" + f.name) + " ON " + q + "(" +
+                       QuoteIdent(f.name) + ");";
         }
         rc = m_pConn->Exec(sql.c_str());
         CStmtGuard g;
-        if (rc == BS_OK) rc = Prepare(*m_pConn, "INSERT INTO _bs_table(name) VALUES(?1)", g.m_pSt);
+        if (rc == BS_OK)
+            rc = Prepare(*m_pConn, "INSERT INTO _bs_table(name) VALUES(?1)", g.m_pSt);
         if (rc == BS_OK) {
             BindText(g.m_pSt, 1, table);
             rc = StepDone(g.m_pSt, m_pConn->Db());
         }
         CStmtGuard f;
-        if (rc == BS_OK) rc = Prepare(*m_pConn, "INSERT INTO _bs_field VALUES(?1,?2,?3,?4,?5,?6)", f.m_pSt);
+        if (rc == BS_OK)
+            rc = Prepare(*m_pConn, "INSERT INTO _bs_field VALUES(?1,?2,?3,?4,?5,?6)", f.m_pSt);
         for (size_t i = 0; rc == BS_OK && i < fields.size(); ++i) {
             BindText(f.m_pSt, 1, table);
             sqlite3_bind_int64(f.m_pSt, 2, static_cast<long long>(i));
@@ -238,15 +107,20 @@ public:
     int DeleteTable(const std::string& table, bool acceptMissing) override {
         CWriteScope scope(*m_pConn);
         int rc = scope.Begin();
-        if (rc != BS_OK) return rc;
+        if (rc != BS_OK)
+            return rc;
         std::vector<bs_tdfield> existing;
         rc = Fields(table, existing);
-        if (rc == BS_ERR_NO_TABLE) return scope.Finish(acceptMissing ? BS_OK : BS_ERR_NO_TABLE);
-        if (rc != BS_OK) return scope.Finish(rc);
+        if (rc == BS_ERR_NO_TABLE)
+            return scope.Finish(acceptMissing ? BS_OK : BS_ERR_NO_TABLE);
+        if (rc != BS_OK)
+            return scope.Finish(rc);
         rc = m_pConn->Exec(("DROP TABLE " + QuoteIdent(table)).c_str());
-        for (const char* sql : {"DELETE FROM _bs_table WHERE name=?1", "DELETE FROM _bs_field WHERE tbl=?1"}) {
+        for (const char* sql :
+             {"DELETE FROM _bs_table WHERE name=?1", "DELETE FROM _bs_field WHERE tbl=?1"}) {
             CStmtGuard g;
-            if (rc == BS_OK) rc = Prepare(*m_pConn, sql, g.m_pSt);
+            if (rc == BS_OK)
+                rc = Prepare(*m_pConn, sql, g.m_pSt);
             if (rc == BS_OK) {
                 BindText(g.m_pSt, 1, table);
                 rc = StepDone(g.m_pSt, m_pConn->Db());
@@ -258,11 +132,14 @@ public:
     int TableNames(std::list<std::string>& names) override {
         CStmtGuard g;
         int rc = Prepare(*m_pConn, "SELECT name FROM _bs_table ORDER BY name", g.m_pSt);
-        if (rc != BS_OK) return rc;
+        if (rc != BS_OK)
+            return rc;
         std::list<std::string> out;
         int s;
-        while ((s = sqlite3_step(g.m_pSt)) == SQLITE_ROW) out.push_back(ColumnText(g.m_pSt, 0));
-        if (s != SQLITE_DONE) return MapSqlite(s, m_pConn->Db());
+        while ((s = sqlite3_step(g.m_pSt)) == SQLITE_ROW)
+            out.push_back(ColumnText(g.m_pSt, 0));
+        if (s != SQLITE_DONE)
+            return MapSqlite(s, m_pConn->Db());
         names.swap(out);
         return BS_OK;
     }
@@ -273,14 +150,16 @@ public:
                          "SELECT f.name, f.type, f.length, f.idx, t.name FROM _bs_table t LEFT JOIN"
                          " _bs_field f ON f.tbl=t.name WHERE t.name=?1 ORDER BY f.pos",
                          g.m_pSt);
-        if (rc != BS_OK) return rc;
+        if (rc != BS_OK)
+            return rc;
         BindText(g.m_pSt, 1, table);
         std::vector<bs_tdfield> out;
         bool found = false;
         int s;
         while ((s = sqlite3_step(g.m_pSt)) == SQLITE_ROW) {
             found = true;
-            if (sqlite3_column_type(g.m_pSt, 0) == SQLITE_NULL) continue;  // a table without fields
+            if (sqlite3_column_type(g.m_pSt, 0) == SQLITE_NULL)
+                continue;  // a table without fields
             bs_tdfield f;
             f.name = ColumnText(g.m_pSt, 0);
             f.type = static_cast<unsigned char>(sqlite3_column_int(g.m_pSt, 1));
@@ -288,8 +167,10 @@ public:
             f.indexed = static_cast<unsigned char>(sqlite3_column_int(g.m_pSt, 3));
             out.push_back(f);
         }
-        if (s != SQLITE_DONE) return MapSqlite(s, m_pConn->Db());
-        if (!found) return BS_ERR_NO_TABLE;
+        if (s != SQLITE_DONE)
+            return MapSqlite(s, m_pConn->Db());
+        if (!found)
+            return BS_ERR_NO_TABLE;
         fields.swap(out);
         return BS_OK;
     }
@@ -302,7 +183,8 @@ public:
                const std::vector<VariableData>& values, const CSelection& sel,
                unsigned int& changed) override;
     int Delete(const std::string& table, const CSelection& sel, unsigned int& deleted) override;
-    int LastRecords(const std::string& table, unsigned int count, std::list<bs_record>& out) override;
+    int LastRecords(const std::string& table, unsigned int count,
+                    std::list<bs_record>& out) override;
     int Begin() override { return m_pConn->BeginUser(); }
     int Commit() override { return m_pConn->CommitUser(); }
     int Rollback() override { return m_pConn->RollbackUser(); }
@@ -310,11 +192,14 @@ public:
 private:
     // Coerces `v` to field `f`'s type and length.
     static int FieldValue(const bs_tdfield& f, const VariableData& v, VariableData& out) {
-        if (!CoerceToTag(v, f.type, out)) return BS_ERR_TYPE;
+        if (!CoerceToTag(v, f.type, out))
+            return BS_ERR_TYPE;
         if (f.type == VariableData::VT_DOUBLE || f.type == VariableData::VT_FLOAT) {
-            if (!out.IsEmpty() && static_cast<double>(out) != static_cast<double>(out)) return BS_ERR_TYPE;  // NaN
+            if (!out.IsEmpty() && static_cast<double>(out) != static_cast<double>(out))
+                return BS_ERR_TYPE;  // NaN
         }
-        if (f.length > 0 && out.GetStringLength() > f.length) return BS_ERR_TOO_BIG;
+        if (f.length > 0 && out.GetStringLength() > f.length)
+            return BS_ERR_TOO_BIG;
         return BS_OK;
     }
     int Where(const std::string& table, const CSelection& sel, std::vector<bs_tdfield>& fields,
@@ -326,17 +211,19 @@ private:
     std::shared_ptr<CSqliteConn> m_pConn;
 };
 
-
 int CSqliteTable::Insert(const std::string& table, const std::vector<VariableData>& values,
                          long createTime, unsigned long long& id) {
     std::vector<bs_tdfield> fields;
     int rc = Fields(table, fields);
-    if (rc != BS_OK) return rc;
-    if (values.size() > fields.size()) return BS_ERR_BAD_ARG;
+    if (rc != BS_OK)
+        return rc;
+    if (values.size() > fields.size())
+        return BS_ERR_BAD_ARG;
     std::vector<VariableData> typed(values.size());
     for (size_t i = 0; i < values.size(); ++i) {
         rc = FieldValue(fields[i], values[i], typed[i]);
-        if (rc != BS_OK) return rc;
+        if (rc != BS_OK)
+            return rc;
     }
     std::string cols = kCTime, marks = "?";
     for (size_t i = 0; i < values.size(); ++i) {
@@ -344,12 +231,17 @@ int CSqliteTable::Insert(const std::string& table, const std::vector<VariableDat
         marks += ",?";
     }
     CStmtGuard g;
-    rc = Prepare(*m_pConn, "INSERT INTO " + QuoteIdent(table) + "(" + cols + ") VALUES(" + marks + ")", g.m_pSt);
-    if (rc != BS_OK) return rc;
+    rc = Prepare(*m_pConn,
+                 "INSERT INTO " + QuoteIdent(table) + "(" + cols + ") VALUES(" + marks + ")",
+                 g.m_pSt);
+    if (rc != BS_OK)
+        return rc;
     sqlite3_bind_int64(g.m_pSt, 1, createTime);
-    for (size_t i = 0; i < typed.size(); ++i) BindValue(g.m_pSt, static_cast<int>(i) + 2, typed[i]);
+    for (size_t i = 0; i < typed.size(); ++i)
+        BindValue(g.m_pSt, static_cast<int>(i) + 2, typed[i]);
     rc = StepDone(g.m_pSt, m_pConn->Db());
-    if (rc == BS_OK) id = static_cast<unsigned long long>(sqlite3_last_insert_rowid(m_pConn->Db()));
+    if (rc == BS_OK)
+        id = static_cast<unsigned long long>(sqlite3_last_insert_rowid(m_pConn->Db()));
     return rc;
 }
 
@@ -358,56 +250,70 @@ int CSqliteTable::Select(const std::string& table, const CSelection& sel, unsign
     std::vector<bs_tdfield> fields;
     CWhere where;
     int rc = Where(table, sel, fields, where);
-    if (rc != BS_OK) return rc;
+    if (rc != BS_OK)
+        return rc;
     CStmtGuard g;
-    rc = Prepare(*m_pConn, "SELECT count(*) FROM " + QuoteIdent(table) + " WHERE " + where.m_strSql, g.m_pSt);
-    if (rc != BS_OK) return rc;
+    rc = Prepare(*m_pConn, "SELECT count(*) FROM " + QuoteIdent(table) + " WHERE " + where.m_strSql,
+                 g.m_pSt);
+    if (rc != BS_OK)
+        return rc;
     int i = 1;
-    for (const VariableData& v : where.m_vecArgs) BindValue(g.m_pSt, i++, v);
+    for (const VariableData& v : where.m_vecArgs)
+        BindValue(g.m_pSt, i++, v);
     int s = sqlite3_step(g.m_pSt);
-    if (s != SQLITE_ROW) return MapSqlite(s, m_pConn->Db());
+    if (s != SQLITE_ROW)
+        return MapSqlite(s, m_pConn->Db());
     unsigned int n = static_cast<unsigned int>(sqlite3_column_int64(g.m_pSt, 0));
-    auto c = std::make_unique<CSqliteCursor>(m_pConn, table, std::move(fields), std::move(where));
-    rc = c->Fetch();
-    if (rc != BS_OK) return rc;
-    count = n;
-    cursor = std::move(c);
-    return BS_OK;
+    rc = NewSqliteCursor(m_pConn, table, std::move(fields), std::move(where), cursor);
+    if (rc == BS_OK)
+        count = n;
+    return rc;
 }
 
 int CSqliteTable::Update(const std::string& table, const std::vector<std::string>& names,
                          const std::vector<VariableData>& values, const CSelection& sel,
                          unsigned int& changed) {
-    if (names.size() != values.size() || names.empty()) return BS_ERR_BAD_ARG;
+    if (names.size() != values.size() || names.empty())
+        return BS_ERR_BAD_ARG;
     std::vector<bs_tdfield> fields;
     CWhere where;
     int rc = Where(table, sel, fields, where);
-    if (rc != BS_OK) return rc;
+    if (rc != BS_OK)
+        return rc;
     std::string set;
     std::vector<VariableData> typed(values.size());
     for (size_t i = 0; i < names.size(); ++i) {
         const bs_tdfield* f = nullptr;
         for (const bs_tdfield& x : fields) {
-            if (x.name == names[i]) f = &x;
+            if (x.name == names[i])
+                f = &x;
         }
-        if (f == nullptr) return BS_ERR_NO_FIELD;
+        if (f == nullptr)
+            return BS_ERR_NO_FIELD;
         rc = FieldValue(*f, values[i], typed[i]);
-        if (rc != BS_OK) return rc;
+        if (rc != BS_OK)
+            return rc;
         set += (i ? "," : "") + QuoteIdent(names[i]) + "=?";
     }
     std::string cond = where.m_strSql;
     if (sel.m_nLimit > 0) {
-        cond = std::string(kAutoId) + " IN (SELECT " + kAutoId + " FROM " + QuoteIdent(table) + " WHERE " +
-               cond + " ORDER BY " + kCTime + "," + kAutoId + " LIMIT " + std::to_string(sel.m_nLimit) + ")";
+        cond = std::string(kAutoId) + " IN (SELECT " + kAutoId + " FROM " + QuoteIdent(table) +
+               " WHERE " + cond + " ORDER BY " + kCTime + "," + kAutoId + " LIMIT " +
+               std::to_string(sel.m_nLimit) + ")";
     }
     CStmtGuard g;
-    rc = Prepare(*m_pConn, "UPDATE " + QuoteIdent(table) + " SET " + set + " WHERE " + cond, g.m_pSt);
-    if (rc != BS_OK) return rc;
+    rc = Prepare(*m_pConn, "UPDATE " + QuoteIdent(table) + " SET " + set + " WHERE " + cond,
+                 g.m_pSt);
+    if (rc != BS_OK)
+        return rc;
     int i = 1;
-    for (const VariableData& v : typed) BindValue(g.m_pSt, i++, v);
-    for (const VariableData& v : where.m_vecArgs) BindValue(g.m_pSt, i++, v);
+    for (const VariableData& v : typed)
+        BindValue(g.m_pSt, i++, v);
+    for (const VariableData& v : where.m_vecArgs)
+        BindValue(g.m_pSt, i++, v);
     rc = StepDone(g.m_pSt, m_pConn->Db());
-    if (rc == BS_OK) changed = static_cast<unsigned int>(sqlite3_changes(m_pConn->Db()));
+    if (rc == BS_OK)
+        changed = static_cast<unsigned int>(sqlite3_changes(m_pConn->Db()));
     return rc;
 }
 
@@ -415,43 +321,56 @@ int CSqliteTable::Delete(const std::string& table, const CSelection& sel, unsign
     std::vector<bs_tdfield> fields;
     CWhere where;
     int rc = Where(table, sel, fields, where);
-    if (rc != BS_OK) return rc;
+    if (rc != BS_OK)
+        return rc;
     std::string cond = where.m_strSql;
     if (sel.m_nLimit > 0) {
-        cond = std::string(kAutoId) + " IN (SELECT " + kAutoId + " FROM " + QuoteIdent(table) + " WHERE " +
-               cond + " ORDER BY " + kCTime + "," + kAutoId + " LIMIT " + std::to_string(sel.m_nLimit) + ")";
+        cond = std::string(kAutoId) + " IN (SELECT " + kAutoId + " FROM " + QuoteIdent(table) +
+               " WHERE " + cond + " ORDER BY " + kCTime + "," + kAutoId + " LIMIT " +
+               std::to_string(sel.m_nLimit) + ")";
     }
     CStmtGuard g;
     rc = Prepare(*m_pConn, "DELETE FROM " + QuoteIdent(table) + " WHERE " + cond, g.m_pSt);
-    if (rc != BS_OK) return rc;
+    if (rc != BS_OK)
+        return rc;
     int i = 1;
-    for (const VariableData& v : where.m_vecArgs) BindValue(g.m_pSt, i++, v);
+    for (const VariableData& v : where.m_vecArgs)
+        BindValue(g.m_pSt, i++, v);
     rc = StepDone(g.m_pSt, m_pConn->Db());
-    if (rc == BS_OK) deleted = static_cast<unsigned int>(sqlite3_changes(m_pConn->Db()));
+    if (rc == BS_OK)
+        deleted = static_cast<unsigned int>(sqlite3_changes(m_pConn->Db()));
     return rc;
 }
 
-int CSqliteTable::LastRecords(const std::string& table, unsigned int count, std::list<bs_record>& out) {
+int CSqliteTable::LastRecords(const std::string& table, unsigned int count,
+                              std::list<bs_record>& out) {
     std::vector<bs_tdfield> fields;
     int rc = Fields(table, fields);
-    if (rc != BS_OK) return rc;
+    if (rc != BS_OK)
+        return rc;
     CStmtGuard g;
-    rc = Prepare(*m_pConn, "SELECT " + SelectList(fields) + " FROM " + QuoteIdent(table) + " ORDER BY " +
-                               kAutoId + " DESC LIMIT " + std::to_string(count), g.m_pSt);
-    if (rc != BS_OK) return rc;
+    rc = Prepare(*m_pConn,
+                 "SELECT " + SelectList(fields) + " FROM " + QuoteIdent(table) + " ORDER BY " +
+                     kAutoId + " DESC LIMIT " + std::to_string(count),
+                 g.m_pSt);
+    if (rc != BS_OK)
+        return rc;
     std::list<bs_record> rows;
     int s;
     while ((s = sqlite3_step(g.m_pSt)) == SQLITE_ROW) {
         rows.emplace_back();
         ReadRow(g.m_pSt, fields, rows.back());
     }
-    if (s != SQLITE_DONE) return MapSqlite(s, m_pConn->Db());
+    if (s != SQLITE_DONE)
+        return MapSqlite(s, m_pConn->Db());
     out.swap(rows);
     return BS_OK;
 }
 
 }  // namespace
 
-std::unique_ptr<CTableSession> NewSqliteTable() { return std::make_unique<CSqliteTable>(); }
+std::unique_ptr<CTableSession> NewSqliteTable() {
+    return std::make_unique<CSqliteTable>();
+}
 
 }  // namespace bsapi

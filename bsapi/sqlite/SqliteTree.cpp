@@ -46,13 +46,14 @@ const char* const kTreeSql[] = {
     "UPDATE bs_key SET path=?2, name=?3 WHERE id=?1",
 };
 
-
 namespace {
 
 int BindRange(sqlite3_stmt* st, const std::string& path) {
     int rc = BindText(st, 1, path);
-    if (rc == BS_OK) rc = BindText(st, 2, path + "\\");
-    if (rc == BS_OK) rc = BindText(st, 3, path + "]");
+    if (rc == BS_OK)
+        rc = BindText(st, 2, path + "\\");
+    if (rc == BS_OK)
+        rc = BindText(st, 3, path + "]");
     return rc;
 }
 
@@ -60,15 +61,18 @@ int BindRange(sqlite3_stmt* st, const std::string& path) {
 
 std::string CSqliteTree::FullPath(const std::vector<std::string>& relPath) const {
     std::string p = m_strMainKey;
-    for (const std::string& s : m_vecSub) p += "\\" + s;
-    for (const std::string& s : relPath) p += "\\" + s;
+    for (const std::string& s : m_vecSub)
+        p += "\\" + s;
+    for (const std::string& s : relPath)
+        p += "\\" + s;
     return p;
 }
 
 int CSqliteTree::FindKey(const std::string& path, long long& id) {
     BS_STMT(st, S_KEY_BY_PATH)
     int rc = BindText(st, 1, path);
-    if (rc != BS_OK) return rc;
+    if (rc != BS_OK)
+        return rc;
     int s = sqlite3_step(st);
     if (s == SQLITE_ROW) {
         id = sqlite3_column_int64(st, 0);
@@ -82,24 +86,30 @@ int CSqliteTree::FindKey(const std::string& path, long long& id) {
 int CSqliteTree::KeyGone() {
     long long id = 0;
     int rc = FindKey(m_strMainKey, id);
-    if (rc == BS_ERR_NO_KEY) return BS_ERR_NO_MAINKEY;
+    if (rc == BS_ERR_NO_KEY)
+        return BS_ERR_NO_MAINKEY;
     return rc == BS_OK ? BS_ERR_NO_KEY : rc;
 }
 
-int CSqliteTree::Open(const CServerAddr& server, const std::string& tree, const std::string& mainKey,
-                      const std::vector<std::string>& subPath, bool create) {
+int CSqliteTree::Open(const CServerAddr& server, const std::string& tree,
+                      const std::string& mainKey, const std::vector<std::string>& subPath,
+                      bool create) {
     std::string file = TreeFilePath(server, tree);
     std::shared_ptr<CSqliteConn> conn = m_pConn;
     if (!conn || conn->Path() != file) {
         conn.reset();
         if (!FileExists(file)) {
-            if (!create) return BS_ERR_NO_TREE;
+            if (!create)
+                return BS_ERR_NO_TREE;
             std::string dir = file.substr(0, file.rfind('/'));
-            if (MakeDirs(dir) != BS_OK) return BS_ERR_IO;
+            if (MakeDirs(dir) != BS_OK)
+                return BS_ERR_IO;
         }
         int rc = CSqliteConn::Open(file, create, kTreeSchema, conn);
-        if (rc == BS_ERR_CONN_LOST) return BS_ERR_NO_TREE;
-        if (rc != BS_OK) return rc;
+        if (rc == BS_ERR_CONN_LOST)
+            return BS_ERR_NO_TREE;
+        if (rc != BS_OK)
+            return rc;
     }
     std::shared_ptr<CSqliteConn> keep = m_pConn;
     m_pConn = conn;  // the statements below run on the new connection
@@ -112,16 +122,19 @@ int CSqliteTree::Open(const CServerAddr& server, const std::string& tree, const 
         BindText(st, 3, mainKey);
         rc = StepDone(st, m_pConn->Db());
         // Another process may have created it at the same moment.
-        if (rc == BS_OK || rc == BS_ERR_CONSTRAINT) rc = FindKey(mainKey, mainId);
+        if (rc == BS_OK || rc == BS_ERR_CONSTRAINT)
+            rc = FindKey(mainKey, mainId);
     } else if (rc == BS_ERR_NO_KEY) {
         rc = BS_ERR_NO_MAINKEY;
     }
     long long keyId = mainId;
     if (rc == BS_OK && !subPath.empty()) {
         std::string path = mainKey;
-        for (const std::string& s : subPath) path += "\\" + s;
+        for (const std::string& s : subPath)
+            path += "\\" + s;
         rc = FindKey(path, keyId);
-        if (rc == BS_ERR_NO_KEY) rc = BS_ERR_NO_SUBKEY;
+        if (rc == BS_ERR_NO_KEY)
+            rc = BS_ERR_NO_SUBKEY;
     }
     if (rc != BS_OK) {
         m_pConn = keep;
@@ -136,9 +149,11 @@ int CSqliteTree::Open(const CServerAddr& server, const std::string& tree, const 
 }
 
 int CSqliteTree::OpenSubKey(const std::vector<std::string>& subPath) {
-    if (!m_pConn) return BS_ERR_CONN_CLOSED;
+    if (!m_pConn)
+        return BS_ERR_CONN_CLOSED;
     std::string path = m_strMainKey;
-    for (const std::string& s : subPath) path += "\\" + s;
+    for (const std::string& s : subPath)
+        path += "\\" + s;
     long long id = 0;
     int rc = FindKey(path, id);
     if (rc == BS_ERR_NO_KEY) {
@@ -146,7 +161,8 @@ int CSqliteTree::OpenSubKey(const std::vector<std::string>& subPath) {
         int m = FindKey(m_strMainKey, mainId);
         return m == BS_ERR_NO_KEY ? BS_ERR_NO_MAINKEY : (m == BS_OK ? BS_ERR_NO_SUBKEY : m);
     }
-    if (rc != BS_OK) return rc;
+    if (rc != BS_OK)
+        return rc;
     m_vecSub = subPath;
     m_llKeyId = id;
     return BS_OK;
@@ -157,7 +173,8 @@ void CSqliteTree::Where(std::string& tree, std::string& mainKey, std::string& su
     mainKey = m_strMainKey;
     subKey.clear();
     for (size_t i = 0; i < m_vecSub.size(); ++i) {
-        if (i > 0) subKey += "\\";
+        if (i > 0)
+            subKey += "\\";
         subKey += m_vecSub[i];
     }
 }
@@ -167,16 +184,20 @@ int CSqliteTree::SubKeys(std::list<std::string>& names) {
     sqlite3_bind_int64(st, 1, m_llKeyId);
     std::list<std::string> out;
     int s;
-    while ((s = sqlite3_step(st)) == SQLITE_ROW) out.push_back(ColumnText(st, 0));
+    while ((s = sqlite3_step(st)) == SQLITE_ROW)
+        out.push_back(ColumnText(st, 0));
     sqlite3_reset(st);
-    if (s != SQLITE_DONE) return MapSqlite(s, m_pConn->Db());
+    if (s != SQLITE_DONE)
+        return MapSqlite(s, m_pConn->Db());
     if (out.empty()) {
         BS_STMT(ex, S_KEY_EXISTS)
         sqlite3_bind_int64(ex, 1, m_llKeyId);
         s = sqlite3_step(ex);
         sqlite3_reset(ex);
-        if (s == SQLITE_DONE) return KeyGone();
-        if (s != SQLITE_ROW) return MapSqlite(s, m_pConn->Db());
+        if (s == SQLITE_DONE)
+            return KeyGone();
+        if (s != SQLITE_ROW)
+            return MapSqlite(s, m_pConn->Db());
     }
     names.swap(out);
     return BS_OK;
@@ -188,10 +209,12 @@ int CSqliteTree::InsertSubKey(const std::vector<std::string>& relPath, bool acce
     std::string path = FullPath(relPath);
     CWriteScope scope(*m_pConn);
     int rc = scope.Begin();
-    if (rc != BS_OK) return rc;
+    if (rc != BS_OK)
+        return rc;
     long long parentId = 0;
     rc = FindKey(parentPath, parentId);
-    if (rc == BS_ERR_NO_KEY) rc = parentRel.empty() && m_vecSub.empty() ? BS_ERR_NO_MAINKEY : BS_ERR_NO_SUBKEY;
+    if (rc == BS_ERR_NO_KEY)
+        rc = parentRel.empty() && m_vecSub.empty() ? BS_ERR_NO_MAINKEY : BS_ERR_NO_SUBKEY;
     if (rc == BS_OK) {
         long long existing = 0;
         rc = FindKey(path, existing);
@@ -200,7 +223,8 @@ int CSqliteTree::InsertSubKey(const std::vector<std::string>& relPath, bool acce
         } else if (rc == BS_ERR_NO_KEY) {
             int c = BS_OK;
             sqlite3_stmt* st = m_pConn->Stmt(S_INSERT_KEY, kTreeSql[S_INSERT_KEY], c);
-            if (st == nullptr) return scope.Finish(c);
+            if (st == nullptr)
+                return scope.Finish(c);
             sqlite3_bind_int64(st, 1, parentId);
             BindText(st, 2, relPath.back());
             BindText(st, 3, path);
@@ -214,20 +238,25 @@ int CSqliteTree::DeleteSubKey(const std::vector<std::string>& relPath) {
     std::string path = FullPath(relPath);
     CWriteScope scope(*m_pConn);
     int rc = scope.Begin();
-    if (rc != BS_OK) return rc;
+    if (rc != BS_OK)
+        return rc;
     long long id = 0;
     rc = FindKey(path, id);
     if (rc == BS_OK) {
         int c = BS_OK;
         sqlite3_stmt* st = m_pConn->Stmt(S_DEL_SUB_PROPS, kTreeSql[S_DEL_SUB_PROPS], c);
-        if (st == nullptr) return scope.Finish(c);
+        if (st == nullptr)
+            return scope.Finish(c);
         rc = BindRange(st, path);
-        if (rc == BS_OK) rc = StepDone(st, m_pConn->Db());
+        if (rc == BS_OK)
+            rc = StepDone(st, m_pConn->Db());
         if (rc == BS_OK) {
             st = m_pConn->Stmt(S_DEL_SUB_KEYS, kTreeSql[S_DEL_SUB_KEYS], c);
-            if (st == nullptr) return scope.Finish(c);
+            if (st == nullptr)
+                return scope.Finish(c);
             rc = BindRange(st, path);
-            if (rc == BS_OK) rc = StepDone(st, m_pConn->Db());
+            if (rc == BS_OK)
+                rc = StepDone(st, m_pConn->Db());
         }
     }
     rc = scope.Finish(rc);
@@ -235,7 +264,8 @@ int CSqliteTree::DeleteSubKey(const std::vector<std::string>& relPath) {
         // The current key went: stand on its parent.
         m_vecSub.pop_back();
         long long parent = 0;
-        if (FindKey(FullPath({}), parent) == BS_OK) m_llKeyId = parent;
+        if (FindKey(FullPath({}), parent) == BS_OK)
+            m_llKeyId = parent;
     }
     return rc;
 }
@@ -251,14 +281,16 @@ int CSqliteTree::RenameSubKey(const std::vector<std::string>& relPath, const std
         std::vector<std::string> sub = m_vecSub;
         sub.back() = newName;
         newPath = m_strMainKey;
-        for (const std::string& s : sub) newPath += "\\" + s;
+        for (const std::string& s : sub)
+            newPath += "\\" + s;
     } else {
         renamedRel.back() = newName;
         newPath = FullPath(renamedRel);
     }
     CWriteScope scope(*m_pConn);
     int rc = scope.Begin();
-    if (rc != BS_OK) return rc;
+    if (rc != BS_OK)
+        return rc;
     long long id = 0, other = 0;
     rc = FindKey(oldPath, id);
     if (rc == BS_OK && oldPath != newPath) {
@@ -269,7 +301,8 @@ int CSqliteTree::RenameSubKey(const std::vector<std::string>& relPath, const std
         std::vector<std::pair<long long, std::string>> keys;
         int c = BS_OK;
         sqlite3_stmt* st = m_pConn->Stmt(S_SUBTREE, kTreeSql[S_SUBTREE], c);
-        if (st == nullptr) return scope.Finish(c);
+        if (st == nullptr)
+            return scope.Finish(c);
         rc = BindRange(st, oldPath);
         int s;
         while (rc == BS_OK && (s = sqlite3_step(st)) == SQLITE_ROW) {
@@ -277,9 +310,11 @@ int CSqliteTree::RenameSubKey(const std::vector<std::string>& relPath, const std
         }
         sqlite3_reset(st);
         for (const auto& k : keys) {
-            if (rc != BS_OK) break;
+            if (rc != BS_OK)
+                break;
             st = m_pConn->Stmt(S_SET_PATH, kTreeSql[S_SET_PATH], c);
-            if (st == nullptr) return scope.Finish(c);
+            if (st == nullptr)
+                return scope.Finish(c);
             std::string p = newPath + k.second.substr(oldPath.size());
             sqlite3_bind_int64(st, 1, k.first);
             BindText(st, 2, p);

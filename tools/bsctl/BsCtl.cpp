@@ -59,27 +59,30 @@ struct CType {
     const char* name;
     unsigned char tag;
 };
-const CType kTypes[] = {{"string", 1}, {"int16", 2},  {"int32", 3},  {"int64", 4},
-                        {"char", 5},   {"double", 6}, {"float", 7},  {"time", 9},
+const CType kTypes[] = {{"string", 1}, {"int16", 2},   {"int32", 3},  {"int64", 4},
+                        {"char", 5},   {"double", 6},  {"float", 7},  {"time", 9},
                         {"uint8", 16}, {"uint32", 18}, {"uint64", 19}};
 }  // namespace
 
 const char* TypeName(unsigned char tag) {
     for (const CType& t : kTypes) {
-        if (t.tag == tag) return t.name;
+        if (t.tag == tag)
+            return t.name;
     }
     return tag == 0 ? "empty" : "unknown";
 }
 
 unsigned char TypeTag(const std::string& name) {
     for (const CType& t : kTypes) {
-        if (name == t.name) return t.tag;
+        if (name == t.name)
+            return t.tag;
     }
     return 0;
 }
 
 bool ParseNumber(const std::string& text, unsigned long long max, unsigned long long& out) {
-    if (text.empty() || text[0] < '0' || text[0] > '9') return false;
+    if (text.empty() || text[0] < '0' || text[0] > '9')
+        return false;
     char* end = nullptr;
     errno = 0;
     out = std::strtoull(text.c_str(), &end, 10);
@@ -92,54 +95,73 @@ bool ParseValue(unsigned char tag, const std::string& text, tarn::VariableData& 
         out = VariableData(text);
         return true;
     }
-    if (text.empty()) return false;
+    if (text.empty())
+        return false;
     char* end = nullptr;
     errno = 0;
     if (tag == VariableData::VT_DOUBLE || tag == VariableData::VT_FLOAT) {
         double d = std::strtod(text.c_str(), &end);
-        if (*end != '\0' || errno == ERANGE) return false;
+        if (*end != '\0' || errno == ERANGE)
+            return false;
         if (tag == VariableData::VT_FLOAT) {
-            if (std::isfinite(d) && std::fabs(d) > std::numeric_limits<float>::max()) return false;
+            if (std::isfinite(d) && std::fabs(d) > std::numeric_limits<float>::max())
+                return false;
             out = VariableData(static_cast<float>(d));
         } else {
             out = VariableData(d);
         }
         return true;
     }
-    if (tag == VariableData::VT_UINT8 || tag == VariableData::VT_UINT32 || tag == VariableData::VT_UINT64) {
-        unsigned long long max = tag == VariableData::VT_UINT8 ? 255ull
-                                 : tag == VariableData::VT_UINT32 ? 0xffffffffull : ~0ull;
+    if (tag == VariableData::VT_UINT8 || tag == VariableData::VT_UINT32 ||
+        tag == VariableData::VT_UINT64) {
+        unsigned long long max = tag == VariableData::VT_UINT8    ? 255ull
+                                 : tag == VariableData::VT_UINT32 ? 0xffffffffull
+                                                                  : ~0ull;
         unsigned long long u = 0;
-        if (!ParseNumber(text, max, u)) return false;
-        if (tag == VariableData::VT_UINT8) out = VariableData(static_cast<unsigned char>(u));
-        else if (tag == VariableData::VT_UINT32) out = VariableData(static_cast<unsigned int>(u));
-        else out = VariableData(u);
+        if (!ParseNumber(text, max, u))
+            return false;
+        if (tag == VariableData::VT_UINT8)
+            out = VariableData(static_cast<unsigned char>(u));
+        else if (tag == VariableData::VT_UINT32)
+            out = VariableData(static_cast<unsigned int>(u));
+        else
+            out = VariableData(u);
         return true;
     }
     long long v = std::strtoll(text.c_str(), &end, 10);
-    if (*end != '\0' || errno == ERANGE) return false;
+    if (*end != '\0' || errno == ERANGE)
+        return false;
     switch (tag) {
         case VariableData::VT_INT16:
-            if (v < -32768 || v > 32767) return false;
+            if (v < -32768 || v > 32767)
+                return false;
             out = VariableData(static_cast<short>(v));
             return true;
         case VariableData::VT_INT32:
-            if (v < std::numeric_limits<int>::min() || v > std::numeric_limits<int>::max()) return false;
+            if (v < std::numeric_limits<int>::min() || v > std::numeric_limits<int>::max())
+                return false;
             out = VariableData(static_cast<int>(v));
             return true;
         case VariableData::VT_CHAR:
-            if (v < -128 || v > 127) return false;
+            if (v < -128 || v > 127)
+                return false;
             out = VariableData(static_cast<char>(v));
             return true;
-        case VariableData::VT_TIME: out.PutTimeValue(static_cast<long>(v)); return true;
-        case VariableData::VT_INT64: out = VariableData(v); return true;
-        default: return false;
+        case VariableData::VT_TIME:
+            out.PutTimeValue(static_cast<long>(v));
+            return true;
+        case VariableData::VT_INT64:
+            out = VariableData(v);
+            return true;
+        default:
+            return false;
     }
 }
 
 std::string Printable(const tarn::VariableData& v) {
     const std::string& text = v.GetText();
-    if (v.GetType() != tarn::VariableData::VT_STRING) return text;
+    if (v.GetType() != tarn::VariableData::VT_STRING)
+        return text;
     std::string out;
     for (unsigned char c : text) {
         if (c < 0x20 || c >= 0x7f || c == '\\') {
@@ -165,7 +187,8 @@ int main(int argc, char** argv) {
             return EXIT_DONE;
         }
         if (a.size() > 2 && a.compare(0, 2, "--") == 0) {
-            if (i + 1 >= argc) return Usage("option " + a + " needs a value");
+            if (i + 1 >= argc)
+                return Usage("option " + a + " needs a value");
             args.m_mapOptions[a.substr(2)] = argv[++i];
         } else {
             args.m_vecWords.push_back(a);
@@ -173,19 +196,28 @@ int main(int argc, char** argv) {
     }
     args.m_strServer = args.Option("server", args.m_strServer);
     unsigned long long port = 0;
-    if (!ParseNumber(args.Option("port", "8123"), 65535, port)) return Usage("bad port");
+    if (!ParseNumber(args.Option("port", "8123"), 65535, port))
+        return Usage("bad port");
     args.m_nPort = static_cast<unsigned short>(port);
     for (const auto& kv : args.m_mapOptions) {
-        static const char* const known[] = {"server", "port", "limit", "name", "priority", "timeout"};
+        static const char* const known[] = {"server", "port",     "limit",
+                                            "name",   "priority", "timeout"};
         bool ok = false;
-        for (const char* k : known) ok = ok || kv.first == k;
-        if (!ok) return Usage("unknown option --" + kv.first);
+        for (const char* k : known)
+            ok = ok || kv.first == k;
+        if (!ok)
+            return Usage("unknown option --" + kv.first);
     }
     const std::string& cmd = args.Word(0);
-    if (cmd == "tree") return TreeCommand(args);
-    if (cmd == "table") return TableCommand(args);
-    if (cmd == "queue") return QueueCommand(args);
-    if (cmd == "seed-codes") return SeedCodes(args);
-    if (cmd.empty()) return Usage("no command given");
+    if (cmd == "tree")
+        return TreeCommand(args);
+    if (cmd == "table")
+        return TableCommand(args);
+    if (cmd == "queue")
+        return QueueCommand(args);
+    if (cmd == "seed-codes")
+        return SeedCodes(args);
+    if (cmd.empty())
+        return Usage("no command given");
     return Usage("unknown command '" + cmd + "'");
 }

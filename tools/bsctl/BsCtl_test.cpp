@@ -43,7 +43,8 @@ TEST_F(BsCtlTest, BadArgumentsExitWith2) {
         EXPECT_EQ(status, 2) << (c.empty() ? "(none)" : c[0]) << " " << c.size();
     }
     int status = -1;
-    ws_test::RunAndCapture(ws_test::InstallRoot() + "/bin/bsctl", {"--port", "70000", "queue", "list"}, &status);
+    ws_test::RunAndCapture(ws_test::InstallRoot() + "/bin/bsctl",
+                           {"--port", "70000", "queue", "list"}, &status);
     EXPECT_EQ(status, 2);
 }
 
@@ -80,7 +81,8 @@ TEST_F(BsCtlTest, SeededCodesAreTheSubKeysTheLibraryReads) {
     EXPECT_EQ(Run({"seed-codes", "AbC1", "x9z"}, &st), "2 codes seeded\n");
     ASSERT_EQ(st, 0);
     void* h = BS_INVALID_HANDLE;
-    ASSERT_EQ(bs_treedb_open(h, "Config", "VerifyCode", "", 0x80000, "ccubase", "127.0.0.1", 25000), BS_OK);
+    ASSERT_EQ(bs_treedb_open(h, "Config", "VerifyCode", "", 0x80000, "ccubase", "127.0.0.1", 25000),
+              BS_OK);
     std::list<std::string> codes;
     ASSERT_EQ(bs_treedb_get_subkeys(h, codes), BS_OK);
     EXPECT_EQ(codes, std::list<std::string>({"AbC1", "x9z"}));
