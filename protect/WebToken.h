@@ -22,9 +22,11 @@ public:
     CWebTokenColl& operator=(const CWebTokenColl&) = delete;
 
     // "<install>/webharbour/hdoc/tmp": where token files live. Set once at load.
-    static std::string m_strTmpFilePath;
+    // Both strings are never destroyed: the detached sweeper may still be working while the
+    // process runs its exit-time destructors, and must not read a destroyed path.
+    static const std::string& m_strTmpFilePath;
     // "<install>/middle/Conf/middle.ini": the protection switches and the sweep interval.
-    static std::string m_strMiddleIni;
+    static const std::string& m_strMiddleIni;
 
     // Reads "tokeninterval", "checktoken" and "checkverifycode" of section "safe".
     void InitData();

@@ -21,6 +21,9 @@ CGWebSessionColl gw_webSession;
 //    place in this order does not change what the filter sees.
 
 // 3. The token statics, then the token collection.
-std::string CWebTokenColl::m_strTmpFilePath = CQvUtil::GetInstallPath() + "/webharbour/hdoc/tmp";
-std::string CWebTokenColl::m_strMiddleIni = CQvUtil::GetInstallPath() + "/middle/Conf/middle.ini";
+//    The two strings live on the heap for the whole process (see protect/WebToken.h).
+const std::string& CWebTokenColl::m_strTmpFilePath =
+    *new std::string(CQvUtil::GetInstallPath() + "/webharbour/hdoc/tmp");
+const std::string& CWebTokenColl::m_strMiddleIni =
+    *new std::string(CQvUtil::GetInstallPath() + "/middle/Conf/middle.ini");
 CWebTokenColl g_WebTokenColl;
