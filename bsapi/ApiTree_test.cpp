@@ -6,6 +6,8 @@
 #include <cmath>
 #include <cstdlib>
 #include <limits>
+#include <random>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -339,4 +341,69 @@ TEST_F(TreeTest, VerificationCodeKeyOnAFreshInstallation) {
     bs_close_handle(m_h);
     ASSERT_EQ(Open("ccubase", "Config", "VerifyCode", 0x80000), BS_OK);
     EXPECT_EQ(SubKeys(), std::list<std::string>({"AbC1", "x9z"}));
+}
+
+// Names and values of any content give a code of the table and leave a tree that still reads back
+// whole: every listed key opens and lists its own children.
+TEST_F(TreeTest, ArbitraryNamesAndValuesGiveCodesNeverDamage) {
+    ASSERT_EQ(Open("fuzz", "m", nullptr), BS_OK);
+    std::mt19937 rng(20240611);
+    const char alphabet[] = {'a', 'A', '\\', '%', '[', ']', '\xff', '_', ' ', '\'', '*'};
+    auto name = [&]() {
+        std::string n;
+        int len = static_cast<int>(rng() % 5);
+        for (int i = 0; i < len; ++i)
+            n += alphabet[rng() % sizeof alphabet];
+        return n;
+    };
+    const std::set<int> allowed = {BS_OK,           BS_ERR_NO_SUBKEY, BS_ERR_NO_KEY,
+                                   BS_ERR_BAD_NAME, BS_ERR_EXISTS,    BS_ERR_NO_MAINKEY};
+    for (int i = 0; i < 3000; ++i) {
+        std::string a = name(), b = name();
+        VariableData v;
+        int rc = 0;
+        switch (rng() % 9) {
+            case 0:
+                rc = bs_treedb_insert_subkey(m_h, a.c_str(), static_cast<int>(rng() % 3));
+                break;
+            case 1:
+                rc = bs_treedb_open_subkey(m_h, a.c_str(), 0);
+                break;
+            case 2:
+                rc = bs_treedb_delete_subkey(m_h, a.c_str());
+                break;
+            case 3:
+                rc = bs_treedb_rename_subkey(m_h, a.c_str(), b.c_str());
+                break;
+            case 4:
+                rc = bs_treedb_insert_property(m_h, a.c_str(), VariableData(b), rng() % 2);
+                break;
+            case 5:
+                rc = bs_treedb_get_property(m_h, a.c_str(), v);
+                break;
+            case 6:
+                rc = bs_treedb_rename_property(m_h, a.c_str(), b.c_str());
+                break;
+            case 7:
+                rc = bs_treedb_delete_property(m_h, a.c_str());
+                break;
+            default:
+                rc = bs_treedb_open_subkey(m_h, nullptr, 0);
+                break;
+        }
+        ASSERT_TRUE(allowed.count(rc)) << "step " << i << " code " << rc;
+    }
+    std::vector<std::string> pending = {""};
+    size_t visited = 0;
+    while (!pending.empty()) {
+        std::string path = pending.back();
+        pending.pop_back();
+        ASSERT_EQ(bs_treedb_open_subkey(m_h, path.c_str(), 0), BS_OK) << path;
+        std::map<std::string, VariableData> props;
+        ASSERT_EQ(bs_treedb_get_all_properties(m_h, props), BS_OK);
+        for (const std::string& child : SubKeys())
+            pending.push_back(path.empty() ? child : path + "\\" + child);
+        ++visited;
+    }
+    EXPECT_GT(visited, 1u);
 }
