@@ -1,4 +1,4 @@
-// _qvcomm::CDebugLog and _qvcomm::CLogFileRel: dated log files per log name (Part 8.1).
+// _qvcomm::CDebugLog and _qvcomm::CLogFileRel: dated log files per log name.
 #include "common/DebugLog.h"
 
 #include <cstdio>

@@ -1,5 +1,5 @@
-// tarn::CIniFile: a whole INI file read into memory, changed there and written back whole
-// (Part 8.2). The load and save rules below are kept exactly, quirks included.
+// tarn::CIniFile: a whole INI file read into memory, changed there and written back whole.
+// The load and save rules below are kept exactly, quirks included.
 #include "common/IniFile.h"
 
 #include <cstring>

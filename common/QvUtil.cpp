@@ -1,5 +1,4 @@
-// CQvUtil: installation directory, configured ports, INI look-ups and identifier helpers
-// (Part 8.5).
+// CQvUtil: installation directory, configured ports, INI look-ups and identifier helpers.
 #include "common/QvUtil.h"
 
 #include <limits.h>

@@ -1,4 +1,4 @@
-// _qvcomm::CStrWork: byte-string helpers (Part 8.4).
+// _qvcomm::CStrWork: byte-string helpers.
 #include "common/StrWork.h"
 
 #include <strings.h>

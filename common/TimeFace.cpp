@@ -1,4 +1,4 @@
-// tarn::TimeFace: a point in time in whole seconds since the epoch, and ReplaceStr (Part 8.3).
+// tarn::TimeFace: a point in time in whole seconds since the epoch, and ReplaceStr.
 #include "common/TimeFace.h"
 
 #include <sys/time.h>

@@ -1,4 +1,4 @@
-// tarn::TimeSegment: a span of time in whole seconds (Part 8.3).
+// tarn::TimeSegment: a span of time in whole seconds.
 #include "common/TimeSegment.h"
 
 namespace tarn {

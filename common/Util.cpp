@@ -1,4 +1,4 @@
-// tarn::Util and GetQVInstallPath (Part 8.5).
+// tarn::Util and GetQVInstallPath.
 #include "common/Util.h"
 
 #include <strings.h>

@@ -1,4 +1,4 @@
-// MD5 (RFC 1321) with sdigest and fdigest (Part 8.6).
+// MD5 (RFC 1321) with sdigest and fdigest.
 //
 // The transform is written for throughput: the 64 steps are unrolled, message words are loaded
 // straight from the input (one unaligned 32-bit load each on little-endian machines), full
