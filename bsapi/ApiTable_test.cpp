@@ -110,6 +110,15 @@ TEST_F(TableTest, StructureAndNames) {
     EXPECT_EQ(db, "events");
     EXPECT_EQ(port, m_nPort);
     EXPECT_EQ(mode, 0u);
+    ASSERT_EQ(bs_tabledb_reopen(m_h, "archive", "two", "three", 4, 5), BS_OK);
+    ASSERT_EQ(bs_tabledb_qurey_handle(m_h, db, second, third, mode, option, address, port), BS_OK);
+    EXPECT_EQ(db + "/" + second + "/" + third, "archive/two/three");
+    EXPECT_EQ(mode * 10 + option, 45u);
+    ASSERT_EQ(bs_tabledb_get_all_tablenames(m_h, names), BS_OK);
+    EXPECT_TRUE(names.empty());
+    EXPECT_EQ(bs_tabledb_reopen(m_h, "", "", "", 0, 0), BS_ERR_BAD_NAME);
+    ASSERT_EQ(bs_tabledb_get_all_dbnames(names, "127.0.0.1", m_nPort), BS_OK);
+    EXPECT_EQ(names, std::list<std::string>({"archive", "events"}));
 }
 
 TEST_F(TableTest, BadDefinitionsAreRefused) {

@@ -407,3 +407,24 @@ TEST_F(TreeTest, ArbitraryNamesAndValuesGiveCodesNeverDamage) {
     }
     EXPECT_GT(visited, 1u);
 }
+
+TEST_F(TreeTest, ReopenRetargetsOnlyWhenTheNewPlaceExists) {
+    ASSERT_EQ(Open("first", "m1", nullptr), BS_OK);
+    ASSERT_EQ(bs_treedb_insert_subkey(m_h, "k", 0), BS_OK);
+    EXPECT_EQ(bs_treedb_reopen(m_h, "m2", nullptr, "name2", 0, "first"), BS_ERR_NO_MAINKEY);
+    EXPECT_EQ(bs_treedb_reopen(m_h, "m1", nullptr, "", 0, "second"), BS_ERR_NO_TREE);
+    EXPECT_EQ(bs_treedb_reopen(m_h, "m1", "nothere", "", 0, "first"), BS_ERR_NO_SUBKEY);
+    std::string tree, main, key, sub;
+    unsigned flags = 0, port = 0;
+    ASSERT_EQ(bs_treedb_query_handle(m_h, tree, main, key, flags, sub, port), BS_OK);
+    EXPECT_EQ(tree + "/" + main + "/" + sub, "first/m1/");  // failed reopens leave the handle
+    EXPECT_EQ(flags, BS_OPEN_CREATE);
+    ASSERT_EQ(bs_treedb_reopen(m_h, "m2", nullptr, "name2", 0x80080, "second"), BS_OK);
+    ASSERT_EQ(bs_treedb_query_handle(m_h, tree, main, key, flags, sub, port), BS_OK);
+    EXPECT_EQ(tree + "/" + main + "/" + key, "second/m2/name2");
+    EXPECT_EQ(flags, 0x80080u);
+    EXPECT_TRUE(SubKeys().empty());
+    ASSERT_EQ(bs_treedb_reopen(m_h, "m1", "k", "", 0, "first"), BS_OK);
+    ASSERT_EQ(bs_treedb_query_handle(m_h, tree, main, key, flags, sub, port), BS_OK);
+    EXPECT_EQ(tree + "/" + main + "/" + sub, "first/m1/k");
+}
