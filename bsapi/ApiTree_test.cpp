@@ -428,3 +428,38 @@ TEST_F(TreeTest, ReopenRetargetsOnlyWhenTheNewPlaceExists) {
     ASSERT_EQ(bs_treedb_query_handle(m_h, tree, main, key, flags, sub, port), BS_OK);
     EXPECT_EQ(tree + "/" + main + "/" + sub, "first/m1/k");
 }
+
+TEST_F(TreeTest, WritersInSeveralProcessesLoseNothing) {
+    ASSERT_EQ(Open("shared", "m", nullptr), BS_OK);
+    const int kWriters = 3, kEach = 120;
+    std::vector<pid_t> pids;
+    for (int w = 0; w < kWriters; ++w) {
+        pid_t pid = fork();
+        if (pid == 0) {
+            void* h = BS_INVALID_HANDLE;
+            if (bs_treedb_open(h, "m", nullptr, "", 0, "shared", "127.0.0.1", m_nPort) != 0)
+                _exit(2);
+            for (int i = 0; i < kEach; ++i) {
+                std::string name = "w" + std::to_string(w) + "_" + std::to_string(i);
+                bool txn = i % 10 == 0;  // some writes inside transactions, most on their own
+                if (txn && bs_treedb_begin_transaction(h) != 0)
+                    _exit(3);
+                if (bs_treedb_insert_property(h, name.c_str(), VariableData(i), false) != 0)
+                    _exit(4);
+                if (txn && bs_treedb_commit_transaction(h) != 0)
+                    _exit(5);
+            }
+            _exit(0);
+        }
+        pids.push_back(pid);
+    }
+    for (pid_t pid : pids) {
+        int status = 0;
+        waitpid(pid, &status, 0);
+        EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << status;
+    }
+    std::map<std::string, VariableData> all;
+    ASSERT_EQ(bs_treedb_get_all_properties(m_h, all), BS_OK);
+    EXPECT_EQ(all.size(), static_cast<size_t>(kWriters * kEach));
+    EXPECT_EQ(static_cast<int>(all["w2_119"]), 119);
+}
