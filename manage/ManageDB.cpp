@@ -1,7 +1,22 @@
-// CManageDb (interim: only the start-up wait, which cannot reach a database yet).
+// CManageDb: the start-up wait for the tree database (the company records join it later).
 #include "manage/ManageDB.h"
 
-// INTERIM. The database client and the handle locator are not part of the build yet, so there
-// is nothing to wait for: the database counts as ready at once. The real body tries an
-// allocation on the plug-in data tree and retries every 500 ms until the server answers.
-void CManageDb::WaitDBStart(std::string /*address*/) {}
+#include <unistd.h>
+
+#include <cstdio>
+
+#include "db/QvHandle.h"
+
+void CManageDb::WaitDBStart(std::string address) {
+    for (;;) {
+        // A fresh locator per attempt, so that a refused connection is not reused.
+        CQvHandleLoc loc;
+        const int status = loc.Treedb_Alloc(address, "PluginData", "base", "", -1, 0);
+        if (status == 0) {
+            return;
+        }
+        std::printf("InitData Alloc Error=%d\n", status);
+        std::fflush(stdout);
+        ::usleep(500000);
+    }
+}

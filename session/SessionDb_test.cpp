@@ -1,0 +1,154 @@
+// Tests of session persistence on the embedded database engine of a private installation: what
+// CSessionDb reads and deletes, and how the session table uses it at start-up, on lookups and
+// when sessions leave.
+#include "session/SessionDb.h"
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <list>
+#include <memory>
+#include <string>
+
+#include "common/Clock.h"
+#include "db/QvHandle.h"
+#include "session/WebSession.h"
+
+namespace {
+
+std::atomic<time_t> g_now{1750000000};
+time_t FakeNow() {
+    return g_now.load();
+}
+
+const char* const kServer = "127.0.0.1";
+
+struct Stored {
+    std::string id;
+    std::string user;     // "" leaves the property out
+    std::string company;  // "" leaves the property out
+    int serverType;       // 0 leaves the property out
+    int clientType;
+};
+
+class SessionDbTest : public ::testing::Test {
+protected:
+    void SetUp() override {
+        g_now = 1750000000;
+        tarn::SetClockForTest(&FakeNow);
+        // Every test starts from an empty store.
+        std::list<CGWebSession*> old;
+        CSessionDb().GetOldWebSession(kServer, old);
+        for (CGWebSession* s : old) {
+            CSessionDb().DeleteWebSession(s->GetSessionId(), kServer);
+            delete s;
+        }
+    }
+    void TearDown() override { tarn::SetClockForTest(nullptr); }
+
+    // Writes a persisted session the way the service's other components do.
+    static void Persist(const Stored& s) {
+        CQvHandleLoc loc;
+        ASSERT_EQ(loc.Treedb_Alloc(kServer, "master", "Session", "", -1, 0), 0);
+        ASSERT_EQ(loc.Treedb_InsertSubKey(s.id, 2), 0) << s.id;
+        ASSERT_EQ(loc.Treedb_ReopenSubKey(s.id, -1), 0) << s.id;
+        if (!s.user.empty()) {
+            ASSERT_EQ(loc.Treedb_WriteKeyString("user", s.user), 0);
+        }
+        if (!s.company.empty()) {
+            ASSERT_EQ(loc.Treedb_WriteKeyString("co", s.company), 0);
+        }
+        if (s.serverType != 0) {
+            ASSERT_EQ(loc.Treedb_WriteKeyInt("servertype", s.serverType), 0);
+        }
+        ASSERT_EQ(loc.Treedb_WriteKeyInt("clienttype", s.clientType), 0);
+    }
+
+    static bool IsPersisted(const std::string& id) {
+        std::unique_ptr<CGWebSession> s(CSessionDb().GetOneSession(kServer, id));
+        return s != nullptr;
+    }
+};
+
+TEST_F(SessionDbTest, OnlyCompleteRecordsCount) {
+    const Stored cases[] = {
+        {"full", "ann", "acme", 3, 1},
+        {"no-company", "bob", "", 3, 0},
+        {"no-user", "", "acme", 3, 0},
+        {"no-servertype", "cid", "acme", 0, 0},
+    };
+    for (const Stored& s : cases)
+        Persist(s);
+
+    std::unique_ptr<CGWebSession> full(CSessionDb().GetOneSession(kServer, "full"));
+    ASSERT_NE(full, nullptr);
+    EXPECT_EQ(full->GetSessionId(), "full");
+    EXPECT_EQ(full->GetUserId(), "ann");
+    EXPECT_EQ(full->GetCompany(), "acme");
+    EXPECT_EQ(full->GetClientType(), 1);
+    EXPECT_EQ(full->GetPeerIP(), "") << "the peer address is not persisted";
+    for (const char* id : {"no-company", "no-user", "no-servertype", "never-stored"}) {
+        EXPECT_FALSE(IsPersisted(id)) << id;
+    }
+
+    std::list<CGWebSession*> loaded;
+    EXPECT_EQ(CSessionDb().GetOldWebSession(kServer, loaded), 0);
+    ASSERT_EQ(loaded.size(), 1u);
+    EXPECT_EQ(loaded.front()->GetSessionId(), "full");
+    delete loaded.front();
+}
+
+TEST_F(SessionDbTest, DeletingAMissingSessionReportsTheMissingKey) {
+    Persist({"gone-soon", "ann", "acme", 3, 0});
+    EXPECT_EQ(CSessionDb().DeleteWebSession("gone-soon", kServer), 0);
+    EXPECT_FALSE(IsPersisted("gone-soon"));
+    EXPECT_EQ(CSessionDb().DeleteWebSession("gone-soon", kServer), 176);
+}
+
+TEST_F(SessionDbTest, StartUpLoadsPersistedSessionsAndCountsTheUserOnce) {
+    for (const char* id : {"p1", "p2", "p3"})
+        Persist({id, "u", "c", 3, 0});
+    Persist({"p4", "v", "", 3, 0});  // incomplete: not loaded, and left in the store
+    CGWebSessionColl table;
+    table.InitData();
+    EXPECT_EQ(table.GetSessionCount(), 3u);
+    int count = 0;
+    ASSERT_TRUE(table.GetUserCount("u", count));
+    EXPECT_EQ(count, 1);
+    std::string user;
+    EXPECT_TRUE(table.GetUserIdBySessionId("p2", user));
+    EXPECT_EQ(user, "u");
+}
+
+TEST_F(SessionDbTest, SessionOnlyInTheStoreIsFoundButNotTakenIn) {
+    CGWebSessionColl table;
+    table.InitData();
+    Persist({"elsewhere", "w", "acme", 3, 0});  // made by another process after start-up
+    CGWebSession* first = table.LookSession("elsewhere");
+    ASSERT_NE(first, nullptr);
+    EXPECT_EQ(first->GetCompany(), "acme");
+    EXPECT_EQ(table.GetSessionCount(), 0u);
+    // Asked again each time: a change in the store shows at the next lookup.
+    CSessionDb().DeleteWebSession("elsewhere", kServer);
+    EXPECT_EQ(table.LookSession("elsewhere"), nullptr);
+    EXPECT_EQ(first->GetUserId(), "w") << "a record handed out stays valid";
+}
+
+TEST_F(SessionDbTest, ErasedAndSweptSessionsLeaveTheStore) {
+    CGWebSessionColl table;
+    for (const char* id : {"erase-me", "sweep-me", "keep-me"})
+        Persist({id, "u", "c", 3, 0});
+    table.InitData();
+    table.EraseSession("erase-me");
+    EXPECT_FALSE(IsPersisted("erase-me"));
+
+    g_now += 3 * 3600;
+    table.LookSession("keep-me");  // used: its four idle hours start again
+    g_now += 3600;                 // "sweep-me" idle four hours, and a sweep is due
+    table.LookSession("nobody");
+    EXPECT_FALSE(IsPersisted("sweep-me"));
+    EXPECT_TRUE(IsPersisted("keep-me"));
+    EXPECT_EQ(table.GetSessionCount(), 1u);
+}
+
+}  // namespace
