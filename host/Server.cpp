@@ -1,0 +1,181 @@
+// Server: CivetWeb's options, the dispatch of handler requests, access logging and the stop.
+#include "host/Server.h"
+
+#include <civetweb.h>
+
+#include <chrono>
+#include <cstdio>
+#include <cstring>
+
+#include "host/Lifecycle.h"
+
+namespace wh {
+
+namespace {
+
+Server* g_pServer = nullptr;  // set by Start before CivetWeb runs, cleared by the destructor
+
+// Per worker thread: when the current request arrived and how many bytes the host wrote for it
+// (-1 while CivetWeb itself answers, e.g. static files).
+thread_local std::chrono::steady_clock::time_point t_start;
+thread_local long long t_bytes = -1;
+
+bool IsHiddenPath(const char* path) {
+    // hdoc/tmp holds the CSRF token files: they are for the server, never for a browser.
+    return std::strcmp(path, "/tmp") == 0 || std::strncmp(path, "/tmp/", 5) == 0;
+}
+
+}  // namespace
+
+Server::Server(const HostConfig& config, const Router& router, AccessLog& log)
+    : m_config(config), m_router(router), m_log(log) {
+    m_shared.config = &m_config;
+}
+
+Server::~Server() {
+    Stop();
+    if (g_pServer == this)
+        g_pServer = nullptr;
+}
+
+bool Server::Start(std::string& error) {
+    g_pServer = this;
+    std::string ports = std::to_string(m_config.port);
+    if (!m_config.listenAddress.empty())
+        ports = m_config.listenAddress + ":" + ports;
+    std::string threads = std::to_string(m_config.workerThreads);
+    std::string keepMs = std::to_string(m_config.keepAliveMs);
+    std::string timeoutMs = std::to_string(m_config.requestTimeoutMs);
+    const char* options[] = {
+        "listening_ports", ports.c_str(), "document_root", m_config.docRoot.c_str(), "num_threads",
+        threads.c_str(),
+        // Without it every small answer waits for the delayed ACK of the previous one.
+        "tcp_nodelay", "1", "enable_keep_alive", m_config.keepAliveMs > 0 ? "yes" : "no",
+        "keep_alive_timeout_ms", keepMs.c_str(), "request_timeout_ms", timeoutMs.c_str(),
+        "enable_directory_listing", "no", nullptr};
+    mg_callbacks callbacks;
+    std::memset(&callbacks, 0, sizeof(callbacks));
+    callbacks.begin_request = &Server::BeginRequest;
+    callbacks.end_request = &Server::EndRequest;
+    callbacks.log_message = &Server::LogMessage;
+    {
+        std::lock_guard<std::mutex> lock(m_mutexMessages);
+        m_bStarting = true;
+        m_strMessages.clear();
+    }
+    m_ctx = mg_start(&callbacks, this, options);
+    std::string messages;
+    {
+        std::lock_guard<std::mutex> lock(m_mutexMessages);
+        m_bStarting = false;
+        messages.swap(m_strMessages);
+    }
+    if (m_ctx == nullptr) {
+        error = "cannot serve on " + ports + ": " +
+                (messages.empty() ? std::string("the web server did not start") : messages);
+        return false;
+    }
+    mg_server_port ports_info[4];
+    int n = mg_get_server_ports(m_ctx, 4, ports_info);
+    m_nPort = n > 0 ? ports_info[0].port : m_config.port;
+    mg_set_request_handler(m_ctx, "/tmp", &Server::Handle, this);
+    for (const std::string& mount : m_router.MountPoints())
+        mg_set_request_handler(m_ctx, mount.c_str(), &Server::Handle, this);
+    return true;
+}
+
+void Server::Stop() {
+    if (m_ctx == nullptr)
+        return;
+    BeginStop();  // event-stream handlers waiting in WaitStopping return now
+    mg_stop(m_ctx);
+    m_ctx = nullptr;
+}
+
+int Server::Handle(mg_connection* conn, void* cbdata) {
+    Server* self = static_cast<Server*>(cbdata);
+    const mg_request_info* ri = mg_get_request_info(conn);
+    const char* path = ri->local_uri != nullptr ? ri->local_uri : "/";
+    RequestCtx ctx;
+    if (IsHiddenPath(path)) {
+        FillRecord(ctx, conn, &self->m_shared);
+        SendSimple(ctx, 404, "not found\n", false);
+        t_bytes = static_cast<long long>(ctx.bytesOut);
+        return FinishRequest(ctx, 404);
+    }
+    const Route* route = self->m_router.Find(path);
+    if (route == nullptr)
+        return 0;  // not a handler path: CivetWeb serves it from hdoc/ (or answers 404)
+    FillRecord(ctx, conn, &self->m_shared);
+    int status = 0;
+    int body = ReadRequestBody(ctx);
+    if (body == 413) {
+        // Keep-alive is switched off so that CivetWeb does not read the refused body to its end.
+        SendSimple(
+            ctx, 413,
+            "request body larger than " + std::to_string(self->m_config.maxBodyBytes) + " bytes\n",
+            true);
+        status = FinishRequest(ctx, 413);
+    } else if (body != 0) {
+        SendSimple(ctx, 400, "incomplete request body\n", true);
+        status = FinishRequest(ctx, 400);
+    } else {
+        int result = 0;
+        try {
+            result = route->handler(&ctx.info, route->userData);
+        } catch (...) {
+            // A handler's exception must not end the process; the client gets a 500 when it
+            // has not seen a head yet, a closed connection otherwise.
+            std::fprintf(stderr, "webharbour: a handler of module \"%s\" threw on %s\n",
+                         route->module.c_str(), path);
+            if (!ctx.headSent)
+                SendSimple(ctx, 500, "internal error\n", true);
+            ctx.broken = true;
+            result = 500;
+        }
+        status = FinishRequest(ctx, result);
+    }
+    t_bytes = static_cast<long long>(ctx.bytesOut);
+    return status;
+}
+
+int Server::BeginRequest(mg_connection*) {
+    t_start = std::chrono::steady_clock::now();
+    t_bytes = -1;
+    return 0;  // CivetWeb goes on: routing happens in Handle
+}
+
+void Server::EndRequest(const mg_connection* conn, int status) {
+    Server* self = g_pServer;
+    if (self == nullptr || conn == nullptr)
+        return;
+    const mg_request_info* ri = mg_get_request_info(conn);
+    if (ri == nullptr)
+        return;
+    double ms =
+        std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - t_start)
+            .count();
+    const char* forwarded = mg_get_header(conn, "X-Forwarded-For");
+    std::string peer =
+        ClientAddress(self->m_config, ri->remote_addr, forwarded != nullptr ? forwarded : "");
+    self->m_log.Write(peer.c_str(), ri->request_method, ri->local_uri, status, t_bytes, ms);
+}
+
+int Server::LogMessage(const mg_connection*, const char* message) {
+    Server* self = g_pServer;
+    if (message == nullptr)
+        return 1;
+    if (self != nullptr) {
+        std::lock_guard<std::mutex> lock(self->m_mutexMessages);
+        if (self->m_bStarting) {
+            if (!self->m_strMessages.empty())
+                self->m_strMessages += "; ";
+            self->m_strMessages += message;
+            return 1;
+        }
+    }
+    std::fprintf(stderr, "webharbour: %s\n", message);
+    return 1;
+}
+
+}  // namespace wh

@@ -1,0 +1,50 @@
+// Server: CivetWeb set up from HostConfig, the handler dispatch and the access log hooks.
+#pragma once
+
+#include <mutex>
+#include <string>
+
+#include "host/AccessLog.h"
+#include "host/HostConfig.h"
+#include "host/Request.h"
+#include "host/Router.h"
+
+struct mg_context;
+struct mg_connection;
+
+namespace wh {
+
+// One per process (CivetWeb's start-up messages reach it through a process-wide pointer).
+class Server {
+public:
+    Server(const HostConfig& config, const Router& router, AccessLog& log);
+    ~Server();
+    Server(const Server&) = delete;
+    Server& operator=(const Server&) = delete;
+
+    // Starts listening and serving. False with `error` set (port taken, bad address...).
+    bool Start(std::string& error);
+    // The port actually listened on (the chosen one when the configured port was 0).
+    int Port() const { return m_nPort; }
+    // Stops serving: wakes event-stream handlers (BeginStop) and waits for every worker.
+    void Stop();
+
+private:
+    static int Handle(mg_connection* conn, void* cbdata);
+    static int BeginRequest(mg_connection* conn);
+    static void EndRequest(const mg_connection* conn, int status);
+    static int LogMessage(const mg_connection* conn, const char* message);
+
+    const HostConfig& m_config;
+    const Router& m_router;
+    AccessLog& m_log;
+    HostShared m_shared;
+    mg_context* m_ctx = nullptr;  // written by Start and Stop on the main thread only
+    int m_nPort = 0;
+
+    std::mutex m_mutexMessages;  // guards m_strMessages and m_bStarting
+    std::string m_strMessages;   // CivetWeb's messages while starting, for the error text
+    bool m_bStarting = false;
+};
+
+}  // namespace wh

@@ -1,0 +1,126 @@
+// webharbour: the web server process that loads libwebsession and the console's handler modules.
+//
+// Exit status: 0 after a clean stop (SIGTERM or SIGINT), 2 for a bad command line or
+// configuration, 3 when a handler module cannot be loaded, 4 when the server cannot listen.
+#include <fcntl.h>
+#include <signal.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <string>
+#include <vector>
+
+#include "common/QvUtil.h"
+#include "host/AccessLog.h"
+#include "host/HostConfig.h"
+#include "host/Lifecycle.h"
+#include "host/Request.h"
+#include "host/Router.h"
+#include "host/Server.h"
+
+namespace {
+
+int g_nSignalPipe[2] = {-1, -1};  // written by the signal handler, read by main
+
+void OnStopSignal(int) {
+    // Only async-signal-safe work here: main does the stopping when the byte arrives.
+    int saved = errno;
+    char b = 1;
+    ssize_t n = ::write(g_nSignalPipe[1], &b, 1);
+    (void)n;
+    errno = saved;
+}
+
+bool InstallSignals(std::string& error) {
+    if (::pipe2(g_nSignalPipe, O_CLOEXEC) != 0) {
+        error = "cannot create the signal pipe";
+        return false;
+    }
+    ::fcntl(g_nSignalPipe[1], F_SETFL, O_NONBLOCK);
+    // A handler rather than sigwait: the library starts its own thread before main runs, and
+    // a signal delivered there must also stop us cleanly rather than kill the process.
+    struct sigaction sa {};
+    sa.sa_handler = &OnStopSignal;
+    sigemptyset(&sa.sa_mask);
+    sa.sa_flags = SA_RESTART;
+    if (::sigaction(SIGTERM, &sa, nullptr) != 0 || ::sigaction(SIGINT, &sa, nullptr) != 0) {
+        error = "cannot install the signal handlers";
+        return false;
+    }
+    ::signal(SIGPIPE, SIG_IGN);  // a client gone mid-answer is a failed write, not our end
+    return true;
+}
+
+void WaitForStopSignal() {
+    char b = 0;
+    for (;;) {
+        ssize_t n = ::read(g_nSignalPipe[0], &b, 1);
+        if (n == 1 || (n < 0 && errno != EINTR))
+            return;
+    }
+}
+
+int Fail(int status, const std::string& message) {
+    std::fprintf(stderr, "webharbour: %s\n", message.c_str());
+    std::fflush(stderr);
+    return status;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    std::vector<std::string> args(argv + 1, argv + argc);
+    wh::CommandLine cmd;
+    std::string error;
+    if (!wh::ParseCommandLine(args, cmd, error)) {
+        std::fputs(wh::UsageText(), stderr);
+        return Fail(2, error);
+    }
+    if (cmd.help) {
+        std::fputs(wh::UsageText(), stdout);
+        return 0;
+    }
+    std::string install = CQvUtil::GetInstallPath();
+    if (install.empty())
+        return Fail(2, "cannot find the installation directory from /proc/self/exe");
+
+    wh::HostConfig config;
+    if (!wh::LoadHostConfig(install, install + "/webharbour/middle.ini", config, error))
+        return Fail(2, error);
+    if (cmd.port >= 0)
+        config.port = cmd.port;
+    if (!InstallSignals(error))
+        return Fail(2, error);
+
+    wh::AccessLog log;
+    if (!log.Open(config.logDir, config.accessLog, error))
+        return Fail(2, error);
+
+    wh::Router router;
+    WhRegistry services{};
+    services.isStopping = &wh::IsStopping;
+    services.waitStopping = &wh::WaitStopping;
+    services.isConnectionOk = &wh::ConnectionOk;
+    if (!router.LoadModules(config, services, error))
+        return Fail(3, error);
+
+    wh::Server server(config, router, log);
+    if (!server.Start(error))
+        return Fail(4, error);
+    std::printf("webharbour: listening on port %d, serving %s\n", server.Port(),
+                config.docRoot.c_str());
+    std::fflush(stdout);
+
+    WaitForStopSignal();
+    std::printf("webharbour: stopping\n");
+    std::fflush(stdout);
+    server.Stop();
+    std::printf("webharbour: stopped\n");
+    std::fflush(stdout);
+    std::fflush(stderr);
+    // The library's maintenance thread is detached and never ends; running the library's
+    // static destructors under it could crash the exit. Everything of ours is written out.
+    std::_Exit(0);
+}
