@@ -265,3 +265,33 @@ TEST_F(LocatorOpsTest, QueueHandlesAreReusedByNameAndPassMessages) {
     unsigned long long length = 0;
     EXPECT_EQ(loc.MQdb_GetLength(length), BS_ERR_NO_QUEUE);
 }
+
+TEST_F(LocatorOpsTest, ReplaceHandleRebuildsTableAndQueueConnections) {
+    CQvHandleLoc table;
+    AllocTable(table);
+    Insert(table, "before", 1);
+    ASSERT_EQ(table.Tabledb_BeginTransaction(), 0);
+    Insert(table, "dropped", 2);
+    testing::internal::CaptureStdout();
+    EXPECT_EQ(table.ReplaceHandle(), 0);
+    testing::internal::GetCapturedStdout();
+    EXPECT_TRUE(table.GetConfHandle()->IsOpen());
+    int count = -1;
+    // The open transaction ended with the old connection.
+    EXPECT_EQ(table.Tabledb_GetRecordsNumByField(count, "people", "name", VariableData("dropped")),
+              0);
+    EXPECT_EQ(count, 0);
+    EXPECT_EQ(table.Tabledb_GetRecordsNumByField(count, "people", "name", VariableData("before")),
+              0);
+    EXPECT_EQ(count, 1);
+
+    CQvHandleLoc queue;
+    ASSERT_EQ(queue.MQdb_Alloc(m_strAddr, "jobs", "", 3, 0, m_nPort), 0);
+    testing::internal::CaptureStdout();
+    EXPECT_EQ(queue.ReplaceHandle(), 0);
+    testing::internal::GetCapturedStdout();
+    unsigned long long id = 0, length = 0;
+    ASSERT_EQ(queue.MQdb_PushMessage(VariableData(1), "", id, 0), 0);
+    ASSERT_EQ(queue.MQdb_GetLength(length), 0);
+    EXPECT_EQ(length, 1u);
+}
