@@ -12,9 +12,11 @@
 #include <cstdlib>
 #include <thread>
 
+#include "bsapi/bsapi.h"
 #include "common/Clock.h"
 #include "common/IniFile.h"
 #include "common/QvUtil.h"
+#include "common/StrWork.h"
 #include "common/TimeFace.h"
 #include "common/md5.h"
 #include "session/SessionApi.h"
@@ -71,8 +73,55 @@ void CWebTokenColl::InitData() {
     m_nTokenInterval.store(static_cast<uint32_t>(seconds));
     m_bCheckToken.store(SwitchOn(ini.GetIniSetting(kSafeSection, "checktoken", "1")));
     m_bCheckVerifyCode.store(SwitchOn(ini.GetIniSetting(kSafeSection, "checkverifycode", "1")));
-    // The verification codes are loaded from the database here once the database client is
-    // part of the build; until then only the switches and the interval are read.
+    LoadVerifyCode();
+}
+
+void CWebTokenColl::LoadVerifyCode() {
+    void* handle = BS_INVALID_HANDLE;
+    const int status =
+        bs_treedb_open(handle, "Config", "VerifyCode", "", 0x80000, "ccubase", "127.0.0.1",
+                       static_cast<unsigned short>(CQvUtil::GetDBPort()));
+    if (status != 0) {
+        if (handle != BS_INVALID_HANDLE) {
+            bs_close_handle(handle);
+        }
+        return;
+    }
+    std::list<std::string> names;
+    if (bs_treedb_get_subkeys(handle, names) == 0) {
+        std::lock_guard<std::mutex> lock(m_mutexCode);
+        for (const std::string& name : names) {
+            m_vecCodes.push_back(_qvcomm::CStrWork::StrToLower(name));
+        }
+    }
+    bs_close_handle(handle);
+}
+
+std::string CWebTokenColl::GetVerifyCodePath(const std::string& key, int n) {
+    std::lock_guard<std::mutex> lock(m_mutexCode);
+    if (m_vecCodes.empty()) {
+        return "";
+    }
+    // A negative n picks by its two's-complement value, as the pages' random numbers expect.
+    const uint64_t index = static_cast<uint64_t>(n) % m_vecCodes.size();
+    const std::string& code = m_vecCodes[index];
+    m_mapIssuedCodes[key] = code;
+    return code;
+}
+
+bool CWebTokenColl::CheckVerifyCode(const std::string& key, const std::string& typed) {
+    std::lock_guard<std::mutex> lock(m_mutexCode);
+    auto found = m_mapIssuedCodes.find(key);
+    if (found == m_mapIssuedCodes.end() || found->second != typed) {
+        return false;
+    }
+    m_mapIssuedCodes.erase(found);
+    return true;
+}
+
+size_t CWebTokenColl::GetVerifyCodeCount() {
+    std::lock_guard<std::mutex> lock(m_mutexCode);
+    return m_vecCodes.size();
 }
 
 bool CWebTokenColl::SetVerifyCodeToken(bool checkVerifyCode, bool checkToken) {

@@ -1,5 +1,5 @@
-// CWebTokenColl: the CSRF tokens (issue times, token files, the sweeper) and the protection
-// switches of section "safe"; the process-wide g_WebTokenColl.
+// CWebTokenColl: the CSRF tokens (issue times, token files, the sweeper), the verification codes
+// and the protection switches of section "safe"; the process-wide g_WebTokenColl.
 #pragma once
 
 #include <atomic>
@@ -8,6 +8,7 @@
 #include <map>
 #include <mutex>
 #include <string>
+#include <vector>
 
 // A token is "<md5 of a fresh GUID>-<issue time in seconds>". Each issued token is mirrored as
 // the file "<m_strTmpFilePath>/<md5 of the token>.txt" holding the token, so that every worker
@@ -28,7 +29,8 @@ public:
     // "<install>/middle/Conf/middle.ini": the protection switches and the sweep interval.
     static const std::string& m_strMiddleIni;
 
-    // Reads "tokeninterval", "checktoken" and "checkverifycode" of section "safe".
+    // Reads "tokeninterval", "checktoken" and "checkverifycode" of section "safe", then loads
+    // the verification codes.
     void InitData();
     // Writes both switches to section "safe" of the middle INI file and stores them; true.
     bool SetVerifyCodeToken(bool checkVerifyCode, bool checkToken);
@@ -47,6 +49,18 @@ public:
     // The path of the token file of `token`.
     static std::string TokenFilePath(const std::string& token);
 
+    // Verification codes: the sub-key names of "Config\VerifyCode" in the tree "ccubase", in
+    // lower case. Loading appends (loading twice doubles the list); an unreachable database
+    // leaves the list as it is.
+    void LoadVerifyCode();
+    // Hands out the code at index n (taken as an unsigned 64-bit number) modulo the list's
+    // length and remembers it under `key`; "" (and nothing remembered) while no code is loaded.
+    std::string GetVerifyCodePath(const std::string& key, int n);
+    // True once for the code handed out under `key` when `typed` equals it exactly (no case
+    // folding); a wrong code keeps the stored one for another try.
+    bool CheckVerifyCode(const std::string& key, const std::string& typed);
+    size_t GetVerifyCodeCount();
+
     bool GetCheckToken() const { return m_bCheckToken.load(std::memory_order_relaxed); }
     bool GetCheckVerifyCode() const { return m_bCheckVerifyCode.load(std::memory_order_relaxed); }
     uint32_t GetTokenInterval() const { return m_nTokenInterval.load(std::memory_order_relaxed); }
@@ -57,6 +71,9 @@ private:
     std::mutex m_mutexToken;                     // guards m_mapTokens and m_lstTimeOutDigests
     std::map<int64_t, std::string> m_mapTokens;  // issue time -> md5 of the token
     std::list<std::string> m_lstTimeOutDigests;  // collected by the last CalcTimeOutToken
+    std::mutex m_mutexCode;                      // guards m_vecCodes and m_mapIssuedCodes
+    std::vector<std::string> m_vecCodes;         // the available codes, lower case
+    std::map<std::string, std::string> m_mapIssuedCodes;  // caller's key -> code handed out
     // Settings: single values written by InitData / SetVerifyCodeToken and read by request
     // threads without a lock, hence atomic.
     std::atomic<uint32_t> m_nTokenInterval;  // "tokeninterval", seconds

@@ -121,6 +121,22 @@ bool BSAddTokenToCache(std::string token) {
     return true;
 }
 
+bool BSGetVerifyCode(std::string key, int n, std::string& code) {
+    try {
+        code = g_WebTokenColl.GetVerifyCodePath(key, n);
+    } catch (...) {
+    }
+    return true;
+}
+
+bool BSCheckVerifyCode(std::string key, std::string typed) {
+    try {
+        return g_WebTokenColl.CheckVerifyCode(key, typed);
+    } catch (...) {
+        return false;
+    }
+}
+
 bool BSWhetherCheckVerifyCode() {
     return g_WebTokenColl.GetCheckVerifyCode();
 }

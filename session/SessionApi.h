@@ -55,6 +55,11 @@ WS_EXTERN_C WS_API uint32_t BSCheckToken(st_wh_info* info);
 // Records a token's issue time; always true.
 WS_EXTERN_C WS_API bool BSAddTokenToCache(std::string token);
 
+// Verification codes: `code` receives the code handed out for the form `key` (n picks it; ""
+// while no code is loaded); always true. BSCheckVerifyCode accepts the code once.
+WS_EXTERN_C WS_API bool BSGetVerifyCode(std::string key, int n, std::string& code);
+WS_EXTERN_C WS_API bool BSCheckVerifyCode(std::string key, std::string typed);
+
 // The switches of section "safe": whether verification codes and CSRF tokens are checked.
 WS_EXTERN_C WS_API bool BSWhetherCheckVerifyCode();
 // Stores both switches in the out arguments and returns the check-token switch.

@@ -19,7 +19,7 @@ undecorated=(
   BSInitSession BSAddSession BSEraseSession Session_GetCompanyIdBySessionId
   BSWhetherSessionIdTimeOut BSCheckQvSession Web_SessionisPastdue GetPeerIP
   Web_SessionInit BSGetTokenCookie BSCheckToken BSAddTokenToCache
-  BSWhetherCheckVerifyCode BSGetVerifyToken BSSetVerifyToken
+  BSWhetherCheckVerifyCode BSGetVerifyToken BSSetVerifyToken BSGetVerifyCode BSCheckVerifyCode
 )
 for name in "${undecorated[@]}"; do
   if ! grep -qx -- "$name" <<<"$exported"; then
