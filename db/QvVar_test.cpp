@@ -7,6 +7,7 @@
 
 #include <string>
 
+#include "db/QvHandle.h"
 #include "tests/support/TestTree.h"
 
 using tarn::VariableData;
@@ -32,6 +33,12 @@ std::string HandleLog() {
 
 class QvVarTest : public ::testing::Test {
 protected:
+    // The logger reads its level once, at its first use in this process: detail lines (level
+    // 10) are kept for the whole binary.
+    static void SetUpTestSuite() {
+        ws_test::WriteFile(ws_test::InstallRoot() + "/middle/Conf/middle.ini",
+                           "[main]\nloglevel=10\n");
+    }
     void SetUp() override {
         static int next = 27000;
         m_nPort = next++;
@@ -166,6 +173,16 @@ TEST_F(QvVarTest, OpenMQReplacesADeadHandleAndLogsIt) {
     EXPECT_EQ(bs_handle_keep_live(m_h), BS_OK);
     std::string log = HandleLog();
     EXPECT_NE(log.find(" \xb2\xe2\xca\xd4handle\xca\xa7\xb0\xdc\n"), std::string::npos) << log;
+}
+
+TEST_F(QvVarTest, OpeningsAreLoggedToTheHandleLog) {
+    ASSERT_EQ(CQvVar::OpenMQ(m_strAddr, "logged", "", m_h, 2, 0, m_nPort), 0);
+    CQvHandleLoc loc;
+    ASSERT_EQ(loc.Treedb_Alloc(m_strAddr, "logtree", "logmain", "", -1, m_nPort), 0);
+    std::string log = HandleLog();
+    EXPECT_NE(log.find(" new mq handle ,mq name is logged\n"), std::string::npos) << log;
+    EXPECT_NE(log.find(" open bs_mq_open logged handle \n"), std::string::npos) << log;
+    EXPECT_NE(log.find(" open tree logtree handle mainkey is logmain\n"), std::string::npos) << log;
 }
 
 TEST_F(QvVarTest, OneMessageHelpersUseAHandleOfTheirOwn) {
