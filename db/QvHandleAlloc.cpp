@@ -148,7 +148,7 @@ int CQvHandleLoc::Treedb_ReopenSubKey(std::string subKey, int flags, std::string
         hd->m_nOpFlag = flags;
     } else {
         if (hd->m_nOpFlag < 0)
-            hd->m_nOpFlag = DefaultFlags(treeName);
+            hd->m_nOpFlag = DefaultFlags(treeName.empty() ? m_strTreeName : treeName);
         flags = hd->m_nOpFlag;
     }
     if (!mainKey.empty() || !keyName.empty()) {
