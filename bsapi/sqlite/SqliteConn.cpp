@@ -1,6 +1,7 @@
 // The embedded engine's connection: opening with WAL and busy timeout, statements, transactions.
 #include "bsapi/sqlite/SqliteConn.h"
 
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <time.h>
 #include <unistd.h>
@@ -79,6 +80,10 @@ int CSqliteConn::OnBusy(void* self, int count) {
     return 1;
 }
 
+static long long CtimeNs(const struct stat& st) {
+    return static_cast<long long>(st.st_ctim.tv_sec) * 1000000000LL + st.st_ctim.tv_nsec;
+}
+
 bool FileExists(const std::string& path) {
     struct stat st;
     return ::stat(path.c_str(), &st) == 0 && S_ISREG(st.st_mode);
@@ -95,6 +100,8 @@ CSqliteConn::~CSqliteConn() {
             sqlite3_exec(m_pDb, "ROLLBACK", nullptr, nullptr, nullptr);
         sqlite3_close_v2(m_pDb);
     }
+    if (m_nProbeFd >= 0)
+        ::close(m_nProbeFd);
 }
 
 int CSqliteConn::Open(const std::string& path, bool create, const char* schema,
@@ -147,6 +154,8 @@ int CSqliteConn::Open(const std::string& path, bool create, const char* schema,
         conn->m_ullDev = st2.st_dev;
         conn->m_ullIno = st2.st_ino;
     }
+    conn->m_nProbeFd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
+    conn->m_llConfirmedCtimeNs = -1;
     out = std::move(conn);
     return BS_OK;
 }
@@ -210,12 +219,21 @@ int CSqliteConn::RollbackUser() {
     return rc;
 }
 
+// The probe first asks the descriptor it keeps on the file (fstat, no path look-up): deleting the
+// file or replacing it drops the last link of the inode we hold, and renaming it or linking it
+// elsewhere changes the inode's change time. Only when one of those moved since the path was
+// last confirmed does the probe look the path up again; that also happens after our own writes,
+// which change the time too.
 int CSqliteConn::KeepLive() const {
     struct stat st;
+    if (m_nProbeFd >= 0 && ::fstat(m_nProbeFd, &st) == 0 && st.st_nlink > 0 &&
+        CtimeNs(st) == m_llConfirmedCtimeNs.load(std::memory_order_relaxed))
+        return BS_OK;
     if (::stat(m_strPath.c_str(), &st) != 0)
         return BS_ERR_CONN_LOST;
     if (st.st_dev != m_ullDev || st.st_ino != m_ullIno)
         return BS_ERR_CONN_RESET;
+    m_llConfirmedCtimeNs.store(CtimeNs(st), std::memory_order_relaxed);
     return BS_OK;
 }
 

@@ -4,6 +4,7 @@
 
 #include <sqlite3.h>
 
+#include <atomic>
 #include <memory>
 #include <string>
 
@@ -51,6 +52,9 @@ private:
     long long m_llBusySinceNs = 0;  // when the current wait for a lock began
     static int OnBusy(void* self, int count);
     unsigned long long m_ullDev = 0, m_ullIno = 0;  // the file opened, to notice a replaced one
+    int m_nProbeFd = -1;  // read-only descriptor on the file, for the keep-alive probe
+    // The file's change time when the probe last found the path still naming our file.
+    mutable std::atomic<long long> m_llConfirmedCtimeNs{-1};
 };
 
 // A writing scope for one multi-statement operation: BEGIN IMMEDIATE ... COMMIT, or a savepoint
