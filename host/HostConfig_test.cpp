@@ -67,6 +67,7 @@ TEST_F(HostConfigTest, RefusesBadValuesNamingTheKey) {
         {"[main]\nWorkerThreads=-4\n", "WorkerThreads"},
         {"[main]\nMaxBodyBytes=lots\n", "MaxBodyBytes"},
         {"[main]\nAccessLog=yes\n", "AccessLog"},
+        {"[main]\nKeepAliveMs=1501\n", "KeepAliveMs"},
         {"[main]\nWorkerThreads=8\nMaxEventStreams=8\n", "must be less than WorkerThreads"},
         {"[modules]\nc=libconsole.so\n", "[modules] c"},
         {"[modules]\nc=libconsole.so console\n", "[modules] c"},

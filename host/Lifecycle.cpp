@@ -11,7 +11,8 @@ namespace wh {
 namespace {
 
 std::atomic<bool> g_bStopping{false};  // read without the lock on every write
-std::mutex g_mutexStop;                // guards the wait below together with g_bStopping
+std::atomic<bool> g_bStopped{false};
+std::mutex g_mutexStop;  // guards the waits below together with g_bStopping and g_bStopped
 std::condition_variable g_condStop;
 
 }  // namespace
@@ -35,6 +36,20 @@ int WaitStopping(int milliseconds) {
     bool stopped = g_condStop.wait_for(lock, std::chrono::milliseconds(milliseconds),
                                        [] { return g_bStopping.load(); });
     return stopped ? 1 : 0;
+}
+
+void EndStop() {
+    {
+        std::lock_guard<std::mutex> lock(g_mutexStop);
+        g_bStopped.store(true);
+    }
+    g_condStop.notify_all();
+}
+
+bool WaitStopped(int milliseconds) {
+    std::unique_lock<std::mutex> lock(g_mutexStop);
+    return g_condStop.wait_for(lock, std::chrono::milliseconds(milliseconds),
+                               [] { return g_bStopped.load(); });
 }
 
 }  // namespace wh

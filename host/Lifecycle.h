@@ -14,4 +14,10 @@ int IsStopping();
 // becomes stopping, 0 when the time ran out.
 int WaitStopping(int milliseconds);
 
+// Marks the stop as finished (every handler has returned) and wakes WaitStopped.
+void EndStop();
+
+// Waits up to `milliseconds` for EndStop; true when it came.
+bool WaitStopped(int milliseconds);
+
 }  // namespace wh

@@ -254,7 +254,9 @@ int FinishRequest(RequestCtx& ctx, int handlerResult) {
         ctx.holdsStream = false;
     }
     bool framed = ctx.chunked ? ctx.chunkEnded : ctx.bodyWritten == ctx.announcedLength;
-    if (ctx.broken || !framed || !ctx.keepAlive) {
+    // While stopping, a kept-alive connection would make its worker wait for a next request
+    // that only delays the stop.
+    if (ctx.broken || !framed || !ctx.keepAlive || IsStopping()) {
         // The client cannot tell where this answer ends (or asked us to close): closing the
         // connection is the only end it can see.
         mg_disable_connection_keep_alive(ctx.conn);

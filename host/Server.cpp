@@ -3,9 +3,16 @@
 
 #include <civetweb.h>
 
+#include <arpa/inet.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <atomic>
 #include <chrono>
 #include <cstdio>
 #include <cstring>
+#include <thread>
 
 #include "host/Lifecycle.h"
 
@@ -19,6 +26,22 @@ Server* g_pServer = nullptr;  // set by Start before CivetWeb runs, cleared by t
 // (-1 while CivetWeb itself answers, e.g. static files).
 thread_local std::chrono::steady_clock::time_point t_start;
 thread_local long long t_bytes = -1;
+
+// Opens and closes a connection to our own listening socket (the loopback address when we listen
+// on every interface).
+void KnockOnListener(const std::string& address, int port) {
+    int fd = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    if (fd < 0)
+        return;
+    sockaddr_in addr{};
+    addr.sin_family = AF_INET;
+    addr.sin_port = htons(static_cast<uint16_t>(port));
+    if (address.empty() || ::inet_pton(AF_INET, address.c_str(), &addr.sin_addr) != 1)
+        addr.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    int rc = ::connect(fd, reinterpret_cast<sockaddr*>(&addr), sizeof(addr));
+    (void)rc;
+    ::close(fd);
+}
 
 bool IsHiddenPath(const char* path) {
     // hdoc/tmp holds the CSRF token files: they are for the server, never for a browser.
@@ -88,7 +111,18 @@ void Server::Stop() {
     if (m_ctx == nullptr)
         return;
     BeginStop();  // event-stream handlers waiting in WaitStopping return now
+    // CivetWeb's listening thread looks at its stop flag only between polls of up to two
+    // seconds; a connection of our own ends its poll at once. Keep knocking until it is gone.
+    std::atomic<bool> stopped{false};
+    std::thread knocker([this, &stopped] {
+        while (!stopped.load()) {
+            KnockOnListener(m_config.listenAddress, m_nPort);
+            std::this_thread::sleep_for(std::chrono::milliseconds(100));
+        }
+    });
     mg_stop(m_ctx);
+    stopped.store(true);
+    knocker.join();
     m_ctx = nullptr;
 }
 

@@ -1,7 +1,8 @@
 // webharbour: the web server process that loads libwebsession and the console's handler modules.
 //
-// Exit status: 0 after a clean stop (SIGTERM or SIGINT), 2 for a bad command line or
-// configuration, 3 when a handler module cannot be loaded, 4 when the server cannot listen.
+// Exit status: 0 after a clean stop (SIGTERM or SIGINT), 1 when handlers did not return within
+// 1.8 s of the stop signal, 2 for a bad command line or configuration, 3 when a handler module
+// cannot be loaded, 4 when the server cannot listen.
 #include <fcntl.h>
 #include <signal.h>
 #include <unistd.h>
@@ -10,6 +11,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "common/QvUtil.h"
@@ -21,6 +23,8 @@
 #include "host/Server.h"
 
 namespace {
+
+const int kStopGraceMs = 1800;  // the stop must be over within two seconds of the signal
 
 int g_nSignalPipe[2] = {-1, -1};  // written by the signal handler, read by main
 
@@ -116,7 +120,21 @@ int main(int argc, char** argv) {
     WaitForStopSignal();
     std::printf("webharbour: stopping\n");
     std::fflush(stdout);
+    // A handler that ignores the stop (blocked somewhere it cannot be woken) would hold mg_stop
+    // for ever: after the grace time the process ends without waiting for it.
+    std::thread watchdog([] {
+        if (wh::WaitStopped(kStopGraceMs))
+            return;
+        std::fprintf(stderr,
+                     "webharbour: handlers still running %d ms after the stop; exiting without "
+                     "them\n",
+                     kStopGraceMs);
+        std::fflush(stderr);
+        std::_Exit(1);
+    });
     server.Stop();
+    wh::EndStop();
+    watchdog.join();
     std::printf("webharbour: stopped\n");
     std::fflush(stdout);
     std::fflush(stderr);

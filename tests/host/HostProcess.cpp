@@ -1,0 +1,325 @@
+// Test support for webharbour: private trees, the process and a raw-socket HTTP/1.1 client.
+#include "tests/host/HostProcess.h"
+
+#include <arpa/inet.h>
+#include <dirent.h>
+#include <fcntl.h>
+#include <netinet/in.h>
+#include <poll.h>
+#include <signal.h>
+#include <strings.h>
+#include <sys/socket.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <cstdlib>
+#include <cstring>
+#include <thread>
+
+namespace wh_test {
+
+namespace {
+
+void LinkDir(const std::string& from, const std::string& to) {
+    ws_test::MakeDirs(to);
+    DIR* d = ::opendir(from.c_str());
+    if (d == nullptr)
+        return;
+    while (dirent* e = ::readdir(d)) {
+        if (e->d_name[0] == '.')
+            continue;
+        std::string name = e->d_name;
+        int rc = ::symlink((from + "/" + name).c_str(), (to + "/" + name).c_str());
+        (void)rc;
+    }
+    ::closedir(d);
+}
+
+}  // namespace
+
+HostTree::HostTree() : m_tree("whhost") {
+    const std::string build = WH_BUILD_TREE;
+    ws_test::CopyExecutable(build + "/bin/webharbour", Path("bin/webharbour"));
+    LinkDir(build + "/lib", Path("lib"));
+    LinkDir(build + "/middle/lang", Path("middle/lang"));
+    int rc = ::symlink(WH_TEST_MODULE, Path("lib/libwh_test_module.so").c_str());
+    (void)rc;
+    ws_test::WriteFile(Path("webharbour/hdoc/index.html"), "<p>static index</p>\n");
+    ws_test::WriteFile(Path("middle/Conf/middle.ini"),
+                       "[main]\nloglevel=0\n[safe]\ntokeninterval=60\ncheckverifycode=0\n"
+                       "checktoken=1\n");
+    ws_test::WriteFile(Path("middle/Conf/dbconfig.ini"), "[main]\nListenPort=8123\n");
+    WriteHostIni("");
+}
+
+void HostTree::WriteHostIni(const std::string& mainLines, bool withTestModule,
+                            const std::string& moduleLines) {
+    std::string text = "[main]\nListenPort=8121\n" + mainLines + "[modules]\n";
+    if (withTestModule)
+        text += "test=libwh_test_module.so /t\n";
+    text += moduleLines;
+    ws_test::WriteFile(Path("webharbour/middle.ini"), text);
+}
+
+HostProcess::~HostProcess() {
+    if (m_pid > 0 && !m_bExited) {
+        ::kill(m_pid, SIGKILL);
+        ::waitpid(m_pid, nullptr, 0);
+    }
+}
+
+bool HostProcess::Start(std::vector<std::string> args) {
+    bool hasPort = false;
+    for (const std::string& a : args)
+        hasPort = hasPort || a == "--port" || a == "-p";
+    if (!hasPort) {
+        args.push_back("--port");
+        args.push_back("0");
+    }
+    std::string exe = m_tree.Path("bin/webharbour");
+    std::string out = m_tree.Path("stdout.txt");
+    std::string err = m_tree.Path("stderr.txt");
+    m_pid = ::fork();
+    if (m_pid == 0) {
+        int o = ::open(out.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
+        int e = ::open(err.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
+        ::dup2(o, 1);
+        ::dup2(e, 2);
+        std::vector<char*> argv;
+        argv.push_back(const_cast<char*>(exe.c_str()));
+        for (std::string& a : args)
+            argv.push_back(const_cast<char*>(a.c_str()));
+        argv.push_back(nullptr);
+        ::execv(exe.c_str(), argv.data());
+        ::_exit(127);
+    }
+    if (m_pid < 0)
+        return false;
+    const char* kMark = "webharbour: listening on port ";
+    auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+    while (std::chrono::steady_clock::now() < deadline) {
+        std::string text = Stdout();
+        std::string::size_type at = text.find(kMark);
+        if (at != std::string::npos && text.find('\n', at) != std::string::npos) {
+            m_nPort = std::atoi(text.c_str() + at + std::strlen(kMark));
+            return m_nPort > 0;
+        }
+        if (WaitExit(0) != -1)
+            return false;  // it ended without listening
+        std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    }
+    return false;
+}
+
+int HostProcess::WaitExit(double seconds) {
+    if (m_bExited)
+        return m_nExitStatus;
+    auto deadline = std::chrono::steady_clock::now() + std::chrono::duration<double>(seconds);
+    for (;;) {
+        int status = 0;
+        pid_t r = ::waitpid(m_pid, &status, WNOHANG);
+        if (r == m_pid) {
+            m_bExited = true;
+            m_nExitStatus = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+            return m_nExitStatus;
+        }
+        if (std::chrono::steady_clock::now() >= deadline)
+            return -1;
+        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    }
+}
+
+int HostProcess::Terminate(double seconds) {
+    if (m_pid <= 0 || m_bExited)
+        return -1;
+    ::kill(m_pid, SIGTERM);
+    return WaitExit(seconds);
+}
+
+std::string HostProcess::Stdout() const {
+    return ws_test::ReadFile(m_tree.Path("stdout.txt"));
+}
+std::string HostProcess::Stderr() const {
+    return ws_test::ReadFile(m_tree.Path("stderr.txt"));
+}
+
+std::string HttpResponse::Header(const std::string& name) const {
+    for (const auto& h : headers) {
+        if (::strcasecmp(h.first.c_str(), name.c_str()) == 0)
+            return h.second;
+    }
+    return "";
+}
+
+int HttpResponse::Count(const std::string& name) const {
+    int n = 0;
+    for (const auto& h : headers)
+        n += ::strcasecmp(h.first.c_str(), name.c_str()) == 0 ? 1 : 0;
+    return n;
+}
+
+HttpConn::HttpConn(int port) : m_nPort(port) {
+    m_nFd = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    sockaddr_in addr{};
+    addr.sin_family = AF_INET;
+    addr.sin_port = htons(static_cast<uint16_t>(port));
+    addr.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    if (::connect(m_nFd, reinterpret_cast<sockaddr*>(&addr), sizeof(addr)) != 0) {
+        ::close(m_nFd);
+        m_nFd = -1;
+        return;
+    }
+    timeval tv{5, 0};
+    ::setsockopt(m_nFd, SOL_SOCKET, SO_RCVTIMEO, &tv, sizeof(tv));
+}
+
+HttpConn::~HttpConn() {
+    if (m_nFd >= 0)
+        ::close(m_nFd);
+}
+
+bool HttpConn::Send(const std::string& bytes) {
+    size_t done = 0;
+    while (done < bytes.size()) {
+        ssize_t n = ::send(m_nFd, bytes.data() + done, bytes.size() - done, MSG_NOSIGNAL);
+        if (n <= 0)
+            return false;
+        done += static_cast<size_t>(n);
+    }
+    return true;
+}
+
+bool HttpConn::Get(const std::string& target, const std::string& extra) {
+    return Send("GET " + target + " HTTP/1.1\r\nHost: 127.0.0.1:" + std::to_string(m_nPort) +
+                "\r\n" + extra + "\r\n");
+}
+
+bool HttpConn::Fill() {
+    char buf[16384];
+    ssize_t n = ::recv(m_nFd, buf, sizeof(buf), 0);
+    if (n <= 0)
+        return false;
+    m_strBuf.append(buf, static_cast<size_t>(n));
+    return true;
+}
+
+bool HttpConn::ReadLine(std::string& line, std::string& raw) {
+    std::string::size_type eol;
+    while ((eol = m_strBuf.find("\r\n")) == std::string::npos) {
+        if (!Fill())
+            return false;
+    }
+    line = m_strBuf.substr(0, eol);
+    raw += m_strBuf.substr(0, eol + 2);
+    m_strBuf.erase(0, eol + 2);
+    return true;
+}
+
+bool HttpConn::ReadExact(size_t n, std::string& out) {
+    while (m_strBuf.size() < n) {
+        if (!Fill())
+            return false;
+    }
+    out = m_strBuf.substr(0, n);
+    m_strBuf.erase(0, n);
+    return true;
+}
+
+bool HttpConn::ReadHead(HttpResponse& out) {
+    out = HttpResponse();
+    std::string line;
+    if (!ReadLine(line, out.raw) || line.compare(0, 9, "HTTP/1.1 ") != 0)
+        return false;
+    out.status = std::atoi(line.c_str() + 9);
+    out.head = line + "\r\n";
+    for (;;) {
+        if (!ReadLine(line, out.raw))
+            return false;
+        if (line.empty())
+            return true;
+        out.head += line + "\r\n";
+        std::string::size_type colon = line.find(':');
+        std::string value = colon == std::string::npos ? "" : line.substr(colon + 1);
+        value.erase(0, value.find_first_not_of(' '));
+        out.headers.emplace_back(line.substr(0, colon), value);
+    }
+}
+
+bool HttpConn::ReadChunk(HttpResponse& out, std::string& data, bool& terminator) {
+    terminator = false;
+    std::string line;
+    if (!ReadLine(line, out.raw))
+        return false;
+    size_t size = std::strtoul(line.c_str(), nullptr, 16);
+    if (size == 0) {
+        terminator = ReadLine(line, out.raw) && line.empty();
+        return false;
+    }
+    std::string crlf;
+    if (!ReadExact(size, data) || !ReadExact(2, crlf) || crlf != "\r\n")
+        return false;
+    out.raw += data + crlf;
+    out.chunks.push_back(data);
+    out.body += data;
+    return true;
+}
+
+bool HttpConn::Read(HttpResponse& out, bool headRequest) {
+    if (!ReadHead(out))
+        return false;
+    if (headRequest || out.status == 204 || out.status == 304)
+        return true;
+    if (out.Header("Transfer-Encoding") == "chunked") {
+        std::string data;
+        bool terminator = false;
+        while (ReadChunk(out, data, terminator)) {
+        }
+        return terminator;
+    }
+    std::string length = out.Header("Content-Length");
+    if (!length.empty()) {
+        std::string body;
+        if (!ReadExact(std::strtoul(length.c_str(), nullptr, 10), body))
+            return false;
+        out.body = body;
+        out.raw += body;
+        return true;
+    }
+    while (Fill()) {
+    }
+    out.body = m_strBuf;
+    out.raw += m_strBuf;
+    m_strBuf.clear();
+    return true;
+}
+
+bool HttpConn::ClosedByPeer(int ms) {
+    // Whatever still arrives (the rest of a stream) is kept in the buffer; only the end counts.
+    auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(ms);
+    for (;;) {
+        auto left = std::chrono::duration_cast<std::chrono::milliseconds>(
+                        deadline - std::chrono::steady_clock::now())
+                        .count();
+        if (left <= 0)
+            return false;
+        pollfd p{m_nFd, POLLIN, 0};
+        if (::poll(&p, 1, static_cast<int>(left)) <= 0)
+            return false;
+        char buf[4096];
+        ssize_t n = ::recv(m_nFd, buf, sizeof(buf), 0);
+        if (n <= 0)
+            return true;  // orderly close, or reset
+        m_strBuf.append(buf, static_cast<size_t>(n));
+    }
+}
+
+HttpResponse Fetch(int port, const std::string& target, const std::string& extra) {
+    HttpConn conn(port);
+    HttpResponse r;
+    if (conn.Get(target, extra))
+        conn.Read(r);
+    return r;
+}
+
+}  // namespace wh_test

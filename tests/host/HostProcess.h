@@ -1,0 +1,108 @@
+// Test support for webharbour: a private installation tree with the real webharbour process,
+// and a small HTTP/1.1 client on raw sockets so that tests see the framing byte for byte.
+#pragma once
+
+#include <sys/types.h>
+
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "tests/support/TestTree.h"
+
+namespace wh_test {
+
+// A private installation tree: bin/webharbour copied (the library finds the installation from
+// the executable's real path), lib/ holding links to the built libraries and the test module.
+class HostTree {
+public:
+    HostTree();
+    const std::string& Root() const { return m_tree.Root(); }
+    std::string Path(const std::string& rel) const { return m_tree.Path(rel); }
+    // Writes webharbour/middle.ini: the [main] lines given, and the test module at /t.
+    void WriteHostIni(const std::string& mainLines, bool withTestModule = true,
+                      const std::string& moduleLines = "");
+
+private:
+    ws_test::TempTree m_tree;
+};
+
+// The webharbour process. Start() runs it with --port 0 and waits for its "listening" line.
+class HostProcess {
+public:
+    explicit HostProcess(const HostTree& tree) : m_tree(tree) {}
+    ~HostProcess();
+    HostProcess(const HostProcess&) = delete;
+    HostProcess& operator=(const HostProcess&) = delete;
+
+    // Starts webharbour with `args` (plus "--port 0" when `args` holds no port) and waits up to
+    // ten seconds for it to listen. False when it exited or never listened.
+    bool Start(std::vector<std::string> args = {});
+    // Waits up to `seconds` for the process to exit; its exit status (or -1 on time-out, with
+    // the process still running).
+    int WaitExit(double seconds);
+    // Sends SIGTERM and waits up to `seconds`; the exit status, or -1 when it did not end in time.
+    int Terminate(double seconds);
+    int Port() const { return m_nPort; }
+    pid_t Pid() const { return m_pid; }
+    std::string Stdout() const;
+    std::string Stderr() const;
+
+private:
+    const HostTree& m_tree;
+    pid_t m_pid = -1;
+    int m_nPort = 0;
+    bool m_bExited = false;
+    int m_nExitStatus = -1;  // valid once m_bExited
+};
+
+struct HttpResponse {
+    int status = 0;
+    std::string head;  // status line and headers, as received, up to the blank line
+    std::vector<std::pair<std::string, std::string>> headers;  // in order, names as received
+    std::string body;                                          // de-chunked
+    std::vector<std::string> chunks;  // the pieces of a chunked body, terminator excluded
+    std::string raw;                  // every byte of this response
+    // The value of the first header named `name` (case-insensitive), "" when absent.
+    std::string Header(const std::string& name) const;
+    int Count(const std::string& name) const;
+};
+
+// One TCP connection to 127.0.0.1. Reads time out after five seconds.
+class HttpConn {
+public:
+    explicit HttpConn(int port);
+    ~HttpConn();
+    HttpConn(const HttpConn&) = delete;
+    HttpConn& operator=(const HttpConn&) = delete;
+
+    bool Connected() const { return m_nFd >= 0; }
+    bool Send(const std::string& bytes);
+    // Sends "GET target HTTP/1.1" with Host and the extra header lines ("Name: value\r\n"...).
+    bool Get(const std::string& target, const std::string& extra = "");
+    // Reads one whole response (the body by Content-Length, chunks, or to the close).
+    bool Read(HttpResponse& out, bool headRequest = false);
+    // Reads only the status line and headers.
+    bool ReadHead(HttpResponse& out);
+    // Reads one chunk of a chunked body into `data`; false at the terminating chunk (then
+    // `terminator` is true) or on error.
+    bool ReadChunk(HttpResponse& out, std::string& data, bool& terminator);
+    // True when the server closes the connection within `ms` (bytes still arriving are kept).
+    bool ClosedByPeer(int ms);
+    // Bytes already received but not yet consumed.
+    const std::string& Pending() const { return m_strBuf; }
+
+private:
+    bool Fill();
+    bool ReadLine(std::string& line, std::string& raw);
+    bool ReadExact(size_t n, std::string& out);
+
+    int m_nFd = -1;
+    int m_nPort = 0;
+    std::string m_strBuf;
+};
+
+// Shortcut: one GET on a fresh connection.
+HttpResponse Fetch(int port, const std::string& target, const std::string& extra = "");
+
+}  // namespace wh_test

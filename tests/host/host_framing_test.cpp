@@ -1,0 +1,237 @@
+// webharbour's answers on the wire: lengths, redirect, cookies, event-stream chunks, gzip or
+// identity, the record handlers see, static files - all over one real process on loopback.
+#include <gtest/gtest.h>
+#include <zlib.h>
+
+#include <unistd.h>
+
+#include <cstring>
+#include <memory>
+
+#include "tests/host/HostProcess.h"
+
+namespace {
+
+using wh_test::HttpConn;
+using wh_test::HttpResponse;
+
+std::string Gunzip(const std::string& in) {
+    z_stream zs;
+    std::memset(&zs, 0, sizeof(zs));
+    if (inflateInit2(&zs, 15 + 16) != Z_OK)
+        return "<init failed>";
+    std::string out(in.size() * 50 + 1024, '\0');
+    zs.next_in = reinterpret_cast<Bytef*>(const_cast<char*>(in.data()));
+    zs.avail_in = static_cast<uInt>(in.size());
+    zs.next_out = reinterpret_cast<Bytef*>(&out[0]);
+    zs.avail_out = static_cast<uInt>(out.size());
+    int rc = inflate(&zs, Z_FINISH);
+    out.resize(out.size() - zs.avail_out);
+    inflateEnd(&zs);
+    return rc == Z_STREAM_END ? out : "<inflate failed>";
+}
+
+class HostFramingTest : public ::testing::Test {
+protected:
+    static void SetUpTestSuite() {
+        s_tree = std::make_unique<wh_test::HostTree>();
+        s_host = std::make_unique<wh_test::HostProcess>(*s_tree);
+        ASSERT_TRUE(s_host->Start()) << s_host->Stderr();
+    }
+    static void TearDownTestSuite() {
+        EXPECT_EQ(0, s_host->Terminate(5)) << s_host->Stderr();
+        s_host.reset();
+        s_tree.reset();
+    }
+    int Port() const { return s_host->Port(); }
+
+    static std::unique_ptr<wh_test::HostTree> s_tree;
+    static std::unique_ptr<wh_test::HostProcess> s_host;
+};
+
+std::unique_ptr<wh_test::HostTree> HostFramingTest::s_tree;
+std::unique_ptr<wh_test::HostProcess> HostFramingTest::s_host;
+
+TEST_F(HostFramingTest, PlainBodiesOnOneKeptAliveConnection) {
+    const struct {
+        const char* target;
+        bool acceptGzip;
+        size_t length;  // of the decoded body
+        bool gzip;
+    } kCases[] = {
+        {"/t/plain?n=5", true, 5, false},
+        {"/t/plain?n=0", true, 0, false},  // nothing written: the host's empty 200
+        {"/t/plain?n=1000", true, 1000, false},
+        {"/t/big?n=1001", true, 1001, true},
+        {"/t/big?n=1001", false, 1001, false},
+        {"/t/big?n=20000", true, 20000, true},
+        {"/t/plain?n=3", false, 3, false},
+    };
+    HttpConn conn(Port());
+    ASSERT_TRUE(conn.Connected());
+    for (const auto& k : kCases) {
+        SCOPED_TRACE(std::string(k.target) + (k.acceptGzip ? " gzip" : " identity"));
+        ASSERT_TRUE(conn.Get(k.target, k.acceptGzip ? "Accept-Encoding: gzip, deflate\r\n" : ""));
+        HttpResponse r;
+        ASSERT_TRUE(conn.Read(r)) << r.raw;
+        EXPECT_EQ(0u, r.raw.find("HTTP/1.1 200 OK\r\n")) << r.head;
+        EXPECT_EQ(std::to_string(r.body.size()), r.Header("Content-Length"));
+        EXPECT_EQ("", r.Header("Transfer-Encoding"));
+        EXPECT_EQ("keep-alive", r.Header("Connection"));
+        std::string body = k.gzip ? Gunzip(r.body) : r.body;
+        EXPECT_EQ(k.length, body.size());
+        EXPECT_EQ(k.gzip ? "gzip" : "", r.Header("Content-Encoding"));
+        if (k.length > 0) {
+            EXPECT_EQ("text/plain;charset=UTF-8", r.Header("Content-Type"));
+        }
+        EXPECT_TRUE(conn.Pending().empty()) << "bytes beyond the announced length";
+    }
+}
+
+TEST_F(HostFramingTest, GzipBodyDecompressesToTheIdentityBody) {
+    HttpResponse plain = wh_test::Fetch(Port(), "/t/big?n=8000");
+    HttpResponse gz = wh_test::Fetch(Port(), "/t/big?n=8000", "Accept-Encoding: gzip\r\n");
+    ASSERT_EQ(200, plain.status);
+    ASSERT_EQ(200, gz.status);
+    EXPECT_EQ("", plain.Header("Content-Encoding"));
+    EXPECT_EQ("gzip", gz.Header("Content-Encoding"));
+    EXPECT_EQ("Accept-Encoding", gz.Header("Vary"));
+    EXPECT_EQ("Accept-Encoding", plain.Header("Vary"));
+    EXPECT_LT(gz.body.size(), plain.body.size());
+    EXPECT_EQ(plain.body, Gunzip(gz.body));
+    HttpResponse refused = wh_test::Fetch(Port(), "/t/big?n=8000", "Accept-Encoding: gzip;q=0\r\n");
+    EXPECT_EQ("", refused.Header("Content-Encoding"));
+    EXPECT_EQ(plain.body, refused.body);
+}
+
+TEST_F(HostFramingTest, RedirectCarriesLocationAndBody) {
+    HttpResponse r = wh_test::Fetch(Port(), "/t/redirect");
+    EXPECT_EQ(0u, r.raw.find("HTTP/1.1 302 Found\r\n")) << r.head;
+    EXPECT_EQ("/t/plain?n=3", r.Header("Location"));
+    EXPECT_EQ("/t/plain?n=3", r.body);
+    EXPECT_EQ("12", r.Header("Content-Length"));
+    EXPECT_EQ("text/html;charset=UTF-8", r.Header("Content-Type"));
+}
+
+TEST_F(HostFramingTest, TwoSetCookieHeadersInOrder) {
+    HttpResponse r = wh_test::Fetch(Port(), "/t/cookies");
+    ASSERT_EQ(200, r.status);
+    ASSERT_EQ(2, r.Count("Set-Cookie")) << r.head;
+    EXPECT_NE(std::string::npos, r.head.find("Set-Cookie: a=1; path=/\r\nSet-Cookie: b=2; path=/; "
+                                             "httponly\r\n"))
+        << r.head;
+    EXPECT_EQ("two cookies", r.body);
+}
+
+TEST_F(HostFramingTest, EventStreamPiecesArriveApartAndTheConnectionIsReused) {
+    for (const char* target : {"/t/stream", "/t/stream?emptylast=1"}) {
+        SCOPED_TRACE(target);
+        HttpConn conn(Port());
+        ASSERT_TRUE(conn.Get(target, "Accept-Encoding: gzip\r\n"));
+        HttpResponse r;
+        ASSERT_TRUE(conn.ReadHead(r));
+        EXPECT_EQ(200, r.status);
+        EXPECT_EQ("chunked", r.Header("Transfer-Encoding"));
+        EXPECT_EQ("text/event-stream", r.Header("Content-Type"));
+        EXPECT_EQ("", r.Header("Content-Length"));
+        EXPECT_EQ("", r.Header("Content-Encoding"));
+        std::string piece;
+        bool end = false;
+        // The handler now waits for /t/release: this piece can only arrive unbuffered.
+        ASSERT_TRUE(conn.ReadChunk(r, piece, end));
+        EXPECT_EQ("data: one\n\n", piece);
+        EXPECT_TRUE(conn.Pending().empty());
+        HttpResponse rel = wh_test::Fetch(Port(), "/t/release");
+        ASSERT_EQ("released", rel.body);
+        // The empty piece written in between must not have ended the body.
+        ASSERT_TRUE(conn.ReadChunk(r, piece, end)) << r.raw;
+        EXPECT_EQ("data: two\n\n", piece);
+        bool emptyLast = std::strstr(target, "emptylast") != nullptr;
+        if (!emptyLast) {
+            ASSERT_TRUE(conn.ReadChunk(r, piece, end));
+            EXPECT_EQ("data: end\n\n", piece);
+        }
+        EXPECT_FALSE(conn.ReadChunk(r, piece, end));
+        EXPECT_TRUE(end);
+        std::string expected = "b\r\ndata: one\n\n\r\nb\r\ndata: two\n\n\r\n";
+        expected += emptyLast ? "0\r\n\r\n" : "b\r\ndata: end\n\n\r\n0\r\n\r\n";
+        EXPECT_EQ(expected, r.raw.substr(r.raw.find("\r\n\r\n") + 4));
+        // Same connection, next request.
+        ASSERT_TRUE(conn.Get("/t/plain?n=2"));
+        HttpResponse next;
+        ASSERT_TRUE(conn.Read(next));
+        EXPECT_EQ("xx", next.body);
+    }
+}
+
+TEST_F(HostFramingTest, RecordHoldsPathQueryHeadersAndPeer) {
+    HttpResponse r = wh_test::Fetch(Port(), "//t/record?a=1&b=%41",
+                                    "Cookie: x=1; qvsessionid=abc\r\nReferer: http://ref/page\r\n"
+                                    "X-Mixed-Case: kept\r\nLast-Event-ID: 42\r\n");
+    ASSERT_EQ(200, r.status) << r.raw;
+    const char* kLines[] = {"method=1\n",
+                            "path=t/record\n",
+                            "query=a=1&b=%41\n",
+                            "cookie=x=1; qvsessionid=abc\n",
+                            "referer=http://ref/page\n",
+                            "peer=127.0.0.1\n",
+                            "session=abc\n",
+                            "x-mixed-case=kept\n",
+                            "lower=0\n",
+                            "lasteventid=42\n"};
+    for (const char* line : kLines)
+        EXPECT_NE(std::string::npos, r.body.find(line)) << line << " in\n" << r.body;
+    EXPECT_NE(std::string::npos, r.body.find("host=127.0.0.1:" + std::to_string(Port()) + "\n"));
+    EXPECT_NE(std::string::npos, r.body.find("docpath=" + s_tree->Path("webharbour/hdoc") + "\n"));
+
+    HttpResponse dir = wh_test::Fetch(Port(), "/t/dir/sub/x%20y");
+    EXPECT_NE(std::string::npos, dir.body.find("path=t/dir/sub/x y\n")) << dir.body;
+}
+
+TEST_F(HostFramingTest, HeadSilentStaticAndHiddenPaths) {
+    HttpConn conn(Port());
+    ASSERT_TRUE(conn.Send("HEAD /t/plain?n=7 HTTP/1.1\r\nHost: x\r\n\r\n"));
+    HttpResponse head;
+    ASSERT_TRUE(conn.Read(head, true));
+    EXPECT_EQ("7", head.Header("Content-Length"));
+    const struct {
+        const char* target;
+        int status;
+        const char* body;
+    } kCases[] = {
+        {"/t/silent", 200, ""},
+        {"/t/silent?status=404", 404, ""},
+        {"/index.html", 200, "<p>static index</p>\n"},
+        {"/tmp/anything.txt", 404, nullptr},
+        {"/t/nothing-here", 404, nullptr},
+    };
+    for (const auto& k : kCases) {
+        SCOPED_TRACE(k.target);
+        ASSERT_TRUE(conn.Get(k.target));  // on the connection that answered HEAD
+        HttpResponse r;
+        ASSERT_TRUE(conn.Read(r));
+        EXPECT_EQ(k.status, r.status);
+        if (k.body != nullptr) {
+            EXPECT_EQ(k.body, r.body);
+        }
+    }
+}
+
+TEST_F(HostFramingTest, AccessLogHasALinePerRequest) {
+    wh_test::Fetch(Port(), "/t/plain?n=4&secret=pw");
+    wh_test::Fetch(Port(), "/index.html");
+    // The line is written when CivetWeb ends the request, just after the answer went out.
+    std::string log;
+    for (int i = 0; i < 100 && log.find("/index.html") == std::string::npos; ++i) {
+        if (i > 0)
+            ::usleep(20000);
+        // One file per day: read every one there is, in case the test straddles midnight.
+        log = ws_test::RunAndCapture(
+            "/bin/sh", {"-c", "cat " + s_tree->Path("middle/log") + "/webharbour_access*.log"});
+    }
+    EXPECT_NE(std::string::npos, log.find(" 127.0.0.1 GET /t/plain 200 ")) << log;
+    EXPECT_NE(std::string::npos, log.find(" 127.0.0.1 GET /index.html 200 - ")) << log;
+    EXPECT_EQ(std::string::npos, log.find("secret")) << "query strings stay out of the log";
+}
+
+}  // namespace

@@ -1,0 +1,180 @@
+// webharbour's limits and life: the body cap, the event-stream bound, the stop with streams
+// open, and the refusals to start (port taken, module that does not load, bad configuration).
+#include <arpa/inet.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <memory>
+#include <thread>
+
+#include "tests/host/HostProcess.h"
+
+namespace {
+
+using wh_test::HttpConn;
+using wh_test::HttpResponse;
+
+class HostLifecycleTest : public ::testing::Test {
+protected:
+    wh_test::HostTree tree;
+    wh_test::HostProcess host{tree};
+
+    HttpResponse Post(HttpConn& conn, const std::string& body) {
+        conn.Send(
+            "POST /t/echo HTTP/1.1\r\nHost: x\r\nContent-Type: text/plain\r\n"
+            "Content-Length: " +
+            std::to_string(body.size()) + "\r\n\r\n" + body);
+        HttpResponse r;
+        conn.Read(r);
+        return r;
+    }
+    std::string EchoCount() { return wh_test::Fetch(host.Port(), "/t/echocount").body; }
+};
+
+TEST_F(HostLifecycleTest, BodyOverTheCapGets413AndNeverReachesTheHandler) {
+    tree.WriteHostIni("MaxBodyBytes=1024\n");
+    ASSERT_TRUE(host.Start()) << host.Stderr();
+    {
+        HttpConn conn(host.Port());
+        HttpResponse ok = Post(conn, std::string(1024, 'a'));
+        EXPECT_EQ(200, ok.status);
+        EXPECT_EQ(0u, ok.body.find("length=1024\naaaa")) << ok.body.substr(0, 40);
+        HttpResponse big = Post(conn, std::string(1025, 'b'));
+        EXPECT_EQ(413, big.status);
+        EXPECT_EQ("close", big.Header("Connection"));
+        EXPECT_TRUE(conn.ClosedByPeer(2000));
+    }
+    {
+        // A chunked upload announces no length: the cap is found while reading.
+        HttpConn conn(host.Port());
+        std::string chunk(1000, 'c');
+        conn.Send("POST /t/echo HTTP/1.1\r\nHost: x\r\nTransfer-Encoding: chunked\r\n\r\n");
+        conn.Send("3e8\r\n" + chunk + "\r\n3e8\r\n" + chunk + "\r\n0\r\n\r\n");
+        HttpResponse r;
+        ASSERT_TRUE(conn.Read(r));
+        EXPECT_EQ(413, r.status);
+    }
+    {
+        // Refused before the body is sent: a huge announced length costs nothing.
+        HttpConn conn(host.Port());
+        conn.Send("POST /t/echo HTTP/1.1\r\nHost: x\r\nContent-Length: 5000000000\r\n\r\nxyz");
+        HttpResponse r;
+        ASSERT_TRUE(conn.Read(r));
+        EXPECT_EQ(413, r.status);
+    }
+    EXPECT_EQ("1", EchoCount());
+    EXPECT_EQ(0, host.Terminate(5));
+}
+
+TEST_F(HostLifecycleTest, EventStreamsBeyondTheBoundGet503) {
+    tree.WriteHostIni("WorkerThreads=6\nMaxEventStreams=1\n");
+    ASSERT_TRUE(host.Start()) << host.Stderr();
+    auto first = std::make_unique<HttpConn>(host.Port());
+    ASSERT_TRUE(first->Get("/t/forever"));
+    HttpResponse a;
+    ASSERT_TRUE(first->ReadHead(a));
+    EXPECT_EQ(200, a.status);
+
+    HttpConn second(host.Port());
+    ASSERT_TRUE(second.Get("/t/forever"));
+    HttpResponse b;
+    ASSERT_TRUE(second.Read(b));
+    EXPECT_EQ(503, b.status);
+    EXPECT_EQ("", b.Header("Transfer-Encoding"));
+    // Ordinary requests still have threads.
+    EXPECT_EQ("xx", wh_test::Fetch(host.Port(), "/t/plain?n=2").body);
+
+    // The first client goes away: its handler sees the failed write and frees the slot.
+    first.reset();
+    int status = 0;
+    for (int i = 0; i < 40 && status != 200; ++i) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(50));
+        HttpConn again(host.Port());
+        again.Get("/t/forever");
+        HttpResponse c;
+        again.ReadHead(c);
+        status = c.status;
+    }
+    EXPECT_EQ(200, status);
+    EXPECT_EQ(0, host.Terminate(5));
+}
+
+TEST_F(HostLifecycleTest, SigtermWithStreamsOpenEndsWithinTwoSeconds) {
+    ASSERT_TRUE(host.Start()) << host.Stderr();
+    std::vector<std::unique_ptr<HttpConn>> streams;
+    for (int i = 0; i < 4; ++i) {
+        streams.push_back(std::make_unique<HttpConn>(host.Port()));
+        ASSERT_TRUE(streams.back()->Get("/t/forever"));
+        HttpResponse r;
+        ASSERT_TRUE(streams.back()->ReadHead(r));
+        ASSERT_EQ(200, r.status);
+    }
+    HttpConn idle(host.Port());  // a kept-alive connection between requests
+    ASSERT_TRUE(idle.Get("/t/plain?n=1"));
+    HttpResponse r;
+    ASSERT_TRUE(idle.Read(r));
+
+    auto start = std::chrono::steady_clock::now();
+    int status = host.Terminate(2.0);
+    double took = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+    EXPECT_EQ(0, status) << "took " << took << " s\n" << host.Stderr();
+    EXPECT_LT(took, 2.0);
+    EXPECT_NE(std::string::npos, host.Stdout().find("webharbour: stopped"));
+    for (auto& s : streams)
+        EXPECT_TRUE(s->ClosedByPeer(1000));
+}
+
+TEST_F(HostLifecycleTest, PortTakenIsAClearErrorAndNonZeroExit) {
+    int fd = ::socket(AF_INET, SOCK_STREAM, 0);
+    sockaddr_in addr{};
+    addr.sin_family = AF_INET;
+    addr.sin_addr.s_addr = htonl(INADDR_ANY);
+    ASSERT_EQ(0, ::bind(fd, reinterpret_cast<sockaddr*>(&addr), sizeof(addr)));
+    ASSERT_EQ(0, ::listen(fd, 4));
+    socklen_t len = sizeof(addr);
+    ::getsockname(fd, reinterpret_cast<sockaddr*>(&addr), &len);
+    std::string port = std::to_string(ntohs(addr.sin_port));
+
+    EXPECT_FALSE(host.Start({"--port", port}));
+    EXPECT_EQ(4, host.WaitExit(10));
+    std::string err = host.Stderr();
+    EXPECT_NE(std::string::npos, err.find("webharbour: cannot serve on " + port)) << err;
+    EXPECT_EQ(std::string::npos, host.Stdout().find("listening"));
+    ::close(fd);
+}
+
+TEST_F(HostLifecycleTest, StartIsRefusedWithAMessage) {
+    ws_test::WriteFile(tree.Path("lib/libgarbage.so"), "this is not a shared library\n");
+    const struct {
+        const char* mainLines;
+        const char* modules;
+        int exitStatus;
+        const char* message;
+    } kCases[] = {
+        {"", "gone=libgone.so /gone\n", 3, "cannot load module \"gone\""},
+        {"", "junk=libgarbage.so /junk\n", 3, "cannot load module \"junk\""},
+        {"", "noentry=libQVTranslate.so /n\n", 3, "does not export wh_module_register"},
+        {"", "dup=libwh_test_module.so /t\n", 2, "both serve the prefix"},
+        {"WorkerThreads=many\n", "", 2, "WorkerThreads"},
+    };
+    for (const auto& k : kCases) {
+        SCOPED_TRACE(k.modules);
+        tree.WriteHostIni(k.mainLines, true, k.modules);
+        wh_test::HostProcess p(tree);
+        EXPECT_FALSE(p.Start());
+        EXPECT_EQ(k.exitStatus, p.WaitExit(10));
+        EXPECT_NE(std::string::npos, p.Stderr().find(k.message)) << p.Stderr();
+    }
+    {
+        wh_test::HostProcess p(tree);
+        EXPECT_FALSE(p.Start({"--port", "http"}));
+        EXPECT_EQ(2, p.WaitExit(10));
+        EXPECT_NE(std::string::npos, p.Stderr().find("--port needs a port number")) << p.Stderr();
+    }
+}
+
+}  // namespace
