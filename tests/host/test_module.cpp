@@ -179,6 +179,19 @@ int Guarded(st_wh_info* info, void*) {
     return 0;
 }
 
+// What a console page's read request costs: the gate with the session check, then the success
+// envelope (bench/host_bench.sh measures it).
+int Bench(st_wh_info* info, void*) {
+    std::string callback;
+    std::map<std::string, std::string> params;
+    if (Web_SessionInit(info, callback, params, 1, 0, true) != 0)
+        return 400;
+    Json::Value data(Json::objectValue);
+    data["ok"] = 1;
+    CBSWork().SendSuccessWebSession(info, "", data, callback);
+    return 0;
+}
+
 }  // namespace
 
 extern "C" WH_MODULE_EXPORT int wh_module_register(WhRegistry* reg) {
@@ -192,7 +205,8 @@ extern "C" WH_MODULE_EXPORT int wh_module_register(WhRegistry* reg) {
                    {"cookies", &Cookies}, {"stream", &Stream},   {"release", &Release},
                    {"forever", &Forever}, {"echo", &Echo},       {"echocount", &EchoCount},
                    {"record", &Record},   {"silent", &Silent},   {"login", &Login},
-                   {"logout", &Logout},   {"guarded", &Guarded}, {"dir/", &Record}};
+                   {"logout", &Logout},   {"guarded", &Guarded}, {"dir/", &Record},
+                   {"bench", &Bench}};
     for (const auto& r : kRoutes) {
         if (reg->addHandler(reg, r.path, r.handler, nullptr) != 0)
             return -1;
