@@ -1,4 +1,4 @@
-// CManageDb: the start-up wait for the tree database (the company records join it later).
+// CManageDb: the start-up wait for the tree database.
 #include "manage/ManageDB.h"
 
 #include <unistd.h>
