@@ -143,6 +143,15 @@ int ReadRequestBody(RequestCtx& ctx) {
         return 413;  // refused before a byte of it is read
     if (declared <= 0 && !chunkedUpload)
         return 0;
+    // A client that asked whether to send its body waits for this before it does (CivetWeb
+    // does not answer it for handlers). A refused body never gets it: the 413 comes instead.
+    const char* expect = mg_get_header(ctx.conn, "Expect");
+    if (expect != nullptr && mg_strcasecmp(expect, "100-continue") == 0 && ctx.ri->http_version &&
+        std::strcmp(ctx.ri->http_version, "1.1") == 0) {
+        static const char kContinue[] = "HTTP/1.1 100 Continue\r\n\r\n";
+        if (mg_write(ctx.conn, kContinue, sizeof(kContinue) - 1) < 0)
+            return 400;
+    }
     // A chunked upload announces no length: read up to one byte past the cap to know.
     size_t limit = declared > 0 ? static_cast<size_t>(declared) : static_cast<size_t>(cap) + 1;
     ctx.body.reserve(declared > 0 ? static_cast<size_t>(declared) : 4096);

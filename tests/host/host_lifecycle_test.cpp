@@ -66,7 +66,25 @@ TEST_F(HostLifecycleTest, BodyOverTheCapGets413AndNeverReachesTheHandler) {
         ASSERT_TRUE(conn.Read(r));
         EXPECT_EQ(413, r.status);
     }
-    EXPECT_EQ("1", EchoCount());
+    {
+        // A client that waits for "100 Continue" gets it within the cap and sends its body;
+        // over the cap it gets the 413 instead and never sends the body.
+        HttpConn conn(host.Port());
+        std::string head = "POST /t/echo HTTP/1.1\r\nHost: x\r\nExpect: 100-continue\r\n";
+        ASSERT_TRUE(conn.Send(head + "Content-Length: 10\r\n\r\n"));
+        HttpResponse cont;
+        ASSERT_TRUE(conn.ReadHead(cont));
+        EXPECT_EQ("HTTP/1.1 100 Continue\r\n\r\n", cont.raw);
+        ASSERT_TRUE(conn.Send("0123456789"));
+        HttpResponse ok;
+        ASSERT_TRUE(conn.Read(ok));
+        EXPECT_EQ("length=10\n0123456789", ok.body);
+        ASSERT_TRUE(conn.Send(head + "Content-Length: 2000\r\n\r\n"));
+        HttpResponse big;
+        ASSERT_TRUE(conn.Read(big));
+        EXPECT_EQ(413, big.status);
+    }
+    EXPECT_EQ("2", EchoCount());
     EXPECT_EQ(0, host.Terminate(5));
 }
 
