@@ -28,7 +28,34 @@ const char* const kHelp =
     "  queue list                             queue names\n"
     "  queue push   QUEUE TEXT [--name N] [--priority P]\n"
     "  queue pop    QUEUE [--timeout MS]      take one message (default: do not wait)\n"
-    "  seed-codes   CODE...                   add verification codes (tree ccubase)\n"
+    "  seed-codes   CODE...                   add verification codes (as code seed)\n"
+    "Records:\n"
+    "  session list                           web sessions (master:Session) with their values\n"
+    "  session show ID                        the properties of one session\n"
+    "  session add  ID --user U --co C [--servertype N] [--clienttype N]\n"
+    "                                         write a session (servertype 1, clienttype 0 by\n"
+    "                                         default; servertype 0 is never loaded)\n"
+    "  session delete ID\n"
+    "  code list                              verification codes (ccubase:Config\\VerifyCode)\n"
+    "  code seed    CODE...                   add verification codes\n"
+    "  code delete  CODE...\n"
+    "  company list                           tenant companies (saas:company)\n"
+    "  company show ID                        parameters (name, type, value), then 'ccu' lines\n"
+    "  company add  ID [NAME[:TYPE]=VALUE...] replace the company whole with these parameters\n"
+    "  company update ID NAME[:TYPE]=VALUE... write parameters, keeping the others\n"
+    "  company type ID N                      set qv_companytype\n"
+    "  company delete ID                      delete the company with its CCU records\n"
+    "  ccu add    COMPANY CCU [--connectstat N] [--registertime 'YYYY-MM-DD hh:mm:ss']\n"
+    "             [--label TEXT] [--useddev N] [--usedmon N]\n"
+    "                                         replace a CCU record (registered now by default)\n"
+    "  ccu update COMPANY CCU [options as add] change the given values of a CCU record\n"
+    "  ccu show   COMPANY CCU\n"
+    "  ccu delete COMPANY CCU\n"
+    "  login list                             login names with their companies (saas:loginname)\n"
+    "  login show NAME                        the company of a login\n"
+    "  login add  NAME COMPANY                add a login, or move it to COMPANY\n"
+    "  login move OLD NEW [COMPANY]           rename a login (refused when NEW exists)\n"
+    "  login delete NAME\n"
     "Exit status: 0 done, 1 refused or missing, 2 bad arguments.\n"
     "The data directory is <install>/middle/data, or $BSAPI_DATA_DIR when set.\n";
 
@@ -200,8 +227,10 @@ int main(int argc, char** argv) {
         return Usage("bad port");
     args.m_nPort = static_cast<unsigned short>(port);
     for (const auto& kv : args.m_mapOptions) {
-        static const char* const known[] = {"server", "port",     "limit",
-                                            "name",   "priority", "timeout"};
+        static const char* const known[] = {
+            "server",      "port",         "limit", "name",       "priority",
+            "timeout",     "user",         "co",    "servertype", "clienttype",
+            "connectstat", "registertime", "label", "useddev",    "usedmon"};
         bool ok = false;
         for (const char* k : known)
             ok = ok || kv.first == k;
@@ -217,6 +246,20 @@ int main(int argc, char** argv) {
         return QueueCommand(args);
     if (cmd == "seed-codes")
         return SeedCodes(args);
+    static const struct {
+        const char* name;
+        int (*run)(const CArgs&);
+    } records[] = {{"session", SessionCommand},
+                   {"code", CodeCommand},
+                   {"company", CompanyCommand},
+                   {"ccu", CcuCommand},
+                   {"login", LoginCommand}};
+    for (const auto& r : records) {
+        if (cmd == r.name) {
+            KeepResultsApart();
+            return r.run(args);
+        }
+    }
     if (cmd.empty())
         return Usage("no command given");
     return Usage("unknown command '" + cmd + "'");

@@ -1,6 +1,7 @@
 // bsctl: shared pieces of the command-line tool (arguments, messages, value text).
 #pragma once
 
+#include <cstdio>
 #include <map>
 #include <string>
 #include <vector>
@@ -39,5 +40,16 @@ int TreeCommand(const CArgs& args);
 int TableCommand(const CArgs& args);
 int QueueCommand(const CArgs& args);
 int SeedCodes(const CArgs& args);
+
+// Record commands (RecordCmds.cpp, ManageCmds.cpp, CcuLoginCmds.cpp).
+int SessionCommand(const CArgs& args);
+int CodeCommand(const CArgs& args);
+int CompanyCommand(const CArgs& args);
+int CcuCommand(const CArgs& args);
+int LoginCommand(const CArgs& args);
+// Where results are printed: standard output, or its saved descriptor after KeepResultsApart,
+// which sends whatever else is printed on standard output to standard error.
+FILE* Out();
+void KeepResultsApart();
 
 }  // namespace bsctl

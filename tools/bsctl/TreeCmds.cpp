@@ -164,7 +164,7 @@ int SeedCodes(const CArgs& a) {
         if (rc != BS_OK)
             return Refused("code " + code, rc);
     }
-    std::printf("%zu codes seeded\n", a.m_vecWords.size() - 1);
+    std::fprintf(Out(), "%zu codes seeded\n", a.m_vecWords.size() - 1);
     return EXIT_DONE;
 }
 
