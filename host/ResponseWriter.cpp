@@ -6,8 +6,8 @@
 #include <ctime>
 
 #include "host/Gzip.h"
-#include "host/Lifecycle.h"
 #include "host/Request.h"
+#include "host/Server.h"
 
 namespace wh {
 

@@ -1,4 +1,5 @@
-// Server: CivetWeb's options, the dispatch of handler requests, access logging and the stop.
+// Server: CivetWeb's options, the dispatch of handler requests, access logging, the stop and the
+// stopping flag with the condition that wakes event-stream handlers at shutdown.
 #include "host/Server.h"
 
 #include <civetweb.h>
@@ -10,13 +11,56 @@
 
 #include <atomic>
 #include <chrono>
+#include <condition_variable>
 #include <cstdio>
 #include <cstring>
 #include <thread>
 
-#include "host/Lifecycle.h"
-
 namespace wh {
+
+namespace {
+
+std::atomic<bool> g_bStopping{false};  // read without the lock on every write
+std::atomic<bool> g_bStopped{false};
+std::mutex g_mutexStop;  // guards the waits below together with g_bStopping and g_bStopped
+std::condition_variable g_condStop;
+
+}  // namespace
+
+void BeginStop() {
+    {
+        std::lock_guard<std::mutex> lock(g_mutexStop);
+        g_bStopping.store(true);
+    }
+    g_condStop.notify_all();
+}
+
+int IsStopping() {
+    return g_bStopping.load() ? 1 : 0;
+}
+
+int WaitStopping(int milliseconds) {
+    if (milliseconds < 0)
+        milliseconds = 0;
+    std::unique_lock<std::mutex> lock(g_mutexStop);
+    bool stopped = g_condStop.wait_for(lock, std::chrono::milliseconds(milliseconds),
+                                       [] { return g_bStopping.load(); });
+    return stopped ? 1 : 0;
+}
+
+void EndStop() {
+    {
+        std::lock_guard<std::mutex> lock(g_mutexStop);
+        g_bStopped.store(true);
+    }
+    g_condStop.notify_all();
+}
+
+bool WaitStopped(int milliseconds) {
+    std::unique_lock<std::mutex> lock(g_mutexStop);
+    return g_condStop.wait_for(lock, std::chrono::milliseconds(milliseconds),
+                               [] { return g_bStopped.load(); });
+}
 
 namespace {
 

@@ -1,4 +1,5 @@
-// Server: CivetWeb set up from HostConfig, the handler dispatch and the access log hooks.
+// Server: CivetWeb set up from HostConfig, the handler dispatch, the access log hooks, and the
+// process-wide "stopping" state that handlers and the response writer consult.
 #pragma once
 
 #include <mutex>
@@ -13,6 +14,23 @@ struct mg_context;
 struct mg_connection;
 
 namespace wh {
+
+// Marks the host as stopping and wakes every WaitStopping sleeper. Safe from any thread (not
+// from a signal handler: the main thread calls it after the signal pipe wakes it).
+void BeginStop();
+
+// 1 once BeginStop has been called.
+int IsStopping();
+
+// Sleeps up to `milliseconds` (negative counts as 0); returns 1 at once when the host is or
+// becomes stopping, 0 when the time ran out.
+int WaitStopping(int milliseconds);
+
+// Marks the stop as finished (every handler has returned) and wakes WaitStopped.
+void EndStop();
+
+// Waits up to `milliseconds` for EndStop; true when it came.
+bool WaitStopped(int milliseconds);
 
 // One per process (CivetWeb's start-up messages reach it through a process-wide pointer).
 class Server {

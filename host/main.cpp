@@ -17,7 +17,6 @@
 #include "common/QvUtil.h"
 #include "host/AccessLog.h"
 #include "host/HostConfig.h"
-#include "host/Lifecycle.h"
 #include "host/Request.h"
 #include "host/Router.h"
 #include "host/Server.h"
