@@ -82,4 +82,6 @@ private:
 };
 
 // The process-wide token collection (defined in session/Globals.cpp, after the session table).
-extern CWebTokenColl g_WebTokenColl;
+// Never destroyed, for the same reason as gw_webSession: the detached sweeper works on it for
+// the whole life of the process, exit included.
+extern CWebTokenColl& g_WebTokenColl;

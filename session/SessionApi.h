@@ -74,3 +74,8 @@ WS_EXTERN_C WS_API bool BSSetVerifyToken(int checkVerifyCode, int checkToken);
 
 // The value of the cookie "CSRF-TOKEN" (C++ linkage: exported under its decorated name).
 WS_API std::string GetTokenFromCookie(st_wh_info* info);
+
+// The body of the maintenance thread started at load (argument ignored): after one second it
+// loads the sessions, then the protection settings and verification codes, then sweeps
+// expired token files every "tokeninterval" seconds; it never returns. C++ linkage.
+WS_API void* Session_InitData(void* unused);

@@ -121,5 +121,7 @@ private:
     std::vector<std::unique_ptr<CGWebSession>> m_vecOwned;  // every record ever handed out
 };
 
-// The process-wide session table (defined in session/Globals.cpp).
-extern CGWebSessionColl gw_webSession;
+// The process-wide session table (defined in session/Globals.cpp). It is never destroyed: the
+// detached maintenance thread cannot be stopped and may still use it while the process runs
+// its exit-time destructors.
+extern CGWebSessionColl& gw_webSession;

@@ -31,6 +31,7 @@ done
 # Entry points that keep C++ linkage: present under their decorated names only.
 decorated=(
   "_Z18GetTokenFromCookieB5cxx11P10st_wh_info"  # std::string GetTokenFromCookie(st_wh_info*)
+  "_Z16Session_InitDataPv"                       # void* Session_InitData(void*)
 )
 for name in "${decorated[@]}"; do
   if ! grep -qx -- "$name" <<<"$exported"; then
@@ -38,17 +39,19 @@ for name in "${decorated[@]}"; do
     failed=1
   fi
 done
-if grep -qx -- "GetTokenFromCookie" <<<"$exported"; then
-  echo "FAIL: GetTokenFromCookie is exported with C linkage"
-  failed=1
-fi
+for name in GetTokenFromCookie Session_InitData; do
+  if grep -qx -- "$name" <<<"$exported"; then
+    echo "FAIL: $name is exported with C linkage"
+    failed=1
+  fi
+done
 
 # Internals that must stay hidden: the session table and record, the persistence class, the
 # token collection, the two globals and the cookie rule are reached only through the entry
 # points above.
 demangled="$(nm -D --defined-only -C "$lib")"
 for internal in CGWebSession CSessionDb gw_webSession CWebTokenColl g_WebTokenColl \
-                GetCookieValueByRule; do
+                GetCookieValueByRule Session_app_init Session_InitDataDone; do
   if grep -q -- "$internal" <<<"$demangled"; then
     echo "FAIL: internal name $internal is exported:"
     grep -- "$internal" <<<"$demangled" | head -5
