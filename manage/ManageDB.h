@@ -52,8 +52,9 @@ public:
     //
     // The operations that take `address` and `port` allocate `loc` on "saas"/"company" (open flag
     // 0x80000: a fresh installation gets the tree and the main key). A locator that already holds
-    // a tree handle is moved there instead, so one locator can serve a list, a load and a write
-    // in a row; an open transaction of the caller stays open.
+    // a tree handle is moved there instead (staying on the server it was allocated on), so one
+    // locator can serve a list, a load and a write in a row; an open transaction of the caller
+    // stays open.
 
     // The ids of all companies; `names` is replaced.
     static int LoadManageCompanyNames(CQvHandleLoc& loc, std::string address,

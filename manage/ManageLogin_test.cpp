@@ -1,9 +1,12 @@
 // Tests of the login names on the embedded engine: resolving, renaming, deleting one or all of a
-// company's, loading, replacing in a batch, and names that are not single keys.
+// company's, loading, replacing in a batch, names that are not single keys, and several threads
+// changing logins at once.
 #include <gtest/gtest.h>
 
 #include <map>
 #include <string>
+#include <thread>
+#include <vector>
 
 #include "bsapi/bsapi.h"
 #include "manage/ManageDB.h"
@@ -102,4 +105,36 @@ TEST_F(ManageLoginTest, NamesThatAreNotSingleKeysAreRefused) {
     }
     EXPECT_EQ(CManageDb::DeleteLoginNameOfCompany(m_strAddr, "", m_nPort), BS_ERR_BAD_NAME);
     EXPECT_EQ(All(), (std::map<std::string, std::string>{{"alice", "c1"}}));
+}
+
+TEST_F(ManageLoginTest, ThreadsChangingTheirOwnLoginsLoseNothing) {
+    // Each call takes a locator of its own from the shared pools, so threads need no lock here.
+    const int kThreads = 4, kEach = 12;
+    std::vector<std::thread> threads;
+    std::vector<int> failures(kThreads, 0);
+    for (int t = 0; t < kThreads; ++t) {
+        threads.emplace_back([this, t, &failures] {
+            const std::string co = "co" + std::to_string(t);
+            for (int i = 0; i < kEach; ++i) {
+                const std::string name = "t" + std::to_string(t) + "_" + std::to_string(i);
+                failures[t] += CManageDb::AddLoginName(m_strAddr, name, co, m_nPort) != 0;
+                if (i % 3 == 0)
+                    failures[t] +=
+                        CManageDb::EditLoginName(m_strAddr, name, name + "r", co, m_nPort) != 0;
+            }
+            if (t == 0)
+                failures[t] += CManageDb::DeleteLoginNameOfCompany(m_strAddr, co, m_nPort) != 0;
+        });
+    }
+    for (std::thread& th : threads)
+        th.join();
+    EXPECT_EQ(failures, std::vector<int>(kThreads, 0));
+    std::map<std::string, std::string> want;
+    for (int t = 1; t < kThreads; ++t) {
+        for (int i = 0; i < kEach; ++i) {
+            std::string name = "t" + std::to_string(t) + "_" + std::to_string(i);
+            want[i % 3 == 0 ? name + "r" : name] = "co" + std::to_string(t);
+        }
+    }
+    EXPECT_EQ(All(), want);
 }
