@@ -7,7 +7,7 @@
 //
 // Every cookie the library reads goes through this one rule: the session cookie "qvsessionid"
 // (BSCheckQvSession, CBSWork::CheckQvSession) and the CSRF cookie "CSRF-TOKEN"
-// (GetTokenFromCookie). The rule is deliberately simple and the browsers' pages depend on it:
+// (GetTokenFromCookie). The rule is deliberately simple and kept exactly as it is:
 //   - only the FIRST occurrence of the bare name counts, wherever it stands; a cookie whose name
 //     merely ends with `name` ("XCSRF-TOKEN=...") standing first is taken in place of the real
 //     one, and a first occurrence inside another cookie's value without "=" after it gives "";

@@ -54,7 +54,7 @@ void DecryptListedParameters(std::map<std::string, std::string>& params) {
         if (param == params.end()) {
             continue;
         }
-        // A name listed twice is unscrambled twice, as the page asked.
+        // A name listed twice is unscrambled twice.
         param->second = work.decrypt(param->second, key);
     }
 }
@@ -74,7 +74,7 @@ uint32_t RunGate(st_wh_info* info, std::string& callback,
     // Step 5: a bad query string is noted and the request goes on.
     if (info->url == nullptr || !info->url->GetQueryStringMapEx(params, decode, true)) {
         std::snprintf(message, sizeof(message), "%s", "Url::GetQueryStringMapEx() Failed");
-        // The printed line names the body parser; operators' log filters look for this text.
+        // The printed line names the body parser even here: kept word for word on purpose.
         std::printf("%s\n", kBodyFailed);
     }
 

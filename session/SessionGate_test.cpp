@@ -100,9 +100,15 @@ TEST_F(SessionGateTest, BadQueryStringAloneNeverStops) {
     ws_test::HostDouble host;
     host.Query("");
     Params params;
-    EXPECT_EQ(Gate(host, params, 0), 0u);
+    ::testing::internal::CaptureStdout();
+    const uint32_t result = Gate(host, params, 0);
+    const std::string printed = ::testing::internal::GetCapturedStdout();
+    EXPECT_EQ(result, 0u);
     EXPECT_TRUE(params.empty());
     EXPECT_FALSE(host.Answered());
+    // The line printed for a bad query string names the body parser. The quirk is kept word
+    // for word on purpose; this pins it.
+    EXPECT_EQ(printed, " Url::CovertPostStringToMapEx() Failed\n");
 }
 
 TEST_F(SessionGateTest, ListedParametersAreUnscrambled) {

@@ -182,9 +182,8 @@ CGWebSession* CGWebSessionColl::AddSession(std::string& sessionId, std::string u
         ++m_mapUserCount[record->GetUserId()];
         tableSize = m_mapSessions.size();
     }
-    // The count written is the whole table's size, not the user's: operators read this line to
-    // watch the load of the console. Written after unlocking so that logins do not queue on the
-    // log file.
+    // The count written is the whole table's size, not the user's; kept so on purpose (a test
+    // pins it). Written after unlocking so that logins do not queue on the log file.
     _qvcomm::CDebugLog::WriteTimeFmtLog(kSessionLog, 0, "user=%s count=%d", userId.c_str(),
                                         static_cast<int>(tableSize));
     return record;
