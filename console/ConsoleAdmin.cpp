@@ -7,6 +7,7 @@
 #include "console/ConsoleCommon.h"
 #include "console/ConsoleHandlers.h"
 #include "console/ConsoleRecords.h"
+#include "console/ConsoleUsers.h"
 
 namespace console {
 

@@ -155,16 +155,6 @@ std::string Trim(const std::string& text) {
     return text.substr(b, e - b);
 }
 
-bool ValidName(const std::string& name) {
-    if (name.empty() || name.size() > 64 || name[0] == '.')
-        return false;
-    for (unsigned char c : name) {
-        if (!std::isalnum(c) && c != '_' && c != '-' && c != '.' && c != '@')
-            return false;
-    }
-    return true;
-}
-
 std::string RandomHex(size_t bytes) {
     std::string raw(bytes, '\0');
     size_t got = 0;

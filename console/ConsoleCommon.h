@@ -64,9 +64,6 @@ bool CurrentSession(st_wh_info* info, SessionInfo& out);
 std::string Param(const Params& params, const std::string& name);
 // Trims blanks at both ends.
 std::string Trim(const std::string& text);
-// True for a name usable as a tree key: 1..64 bytes, letters, digits, '_', '-', '.', '@',
-// not starting with '.'.
-bool ValidName(const std::string& name);
 // Random bytes as lower-case hex (2 * bytes characters), from the kernel's random source.
 std::string RandomHex(size_t bytes);
 

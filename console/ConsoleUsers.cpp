@@ -3,11 +3,11 @@
 
 #include <crypt.h>
 
+#include <cctype>
 #include <cstring>
 #include <memory>
 
-#include "console/ConsoleCommon.h"
-#include "db/QvHandle.h"
+#include "bsapi/bsapi.h"
 
 namespace console {
 
@@ -18,11 +18,36 @@ bool IsMissing(int rc) {
     return rc == 28 || rc == 40 || rc == 169 || rc == 176;
 }
 
-int OpenUsers(CQvHandleLoc& loc) {
-    return loc.Treedb_Alloc(kDbAddress, "saas", "consoleuser", "", 0x80000, kDbPort);
-}
+// One tree handle per call, straight on the database client: consoleuser runs without the web
+// library (and its start-up thread), and log-ins are too rare to want a pooled handle.
+class CUserHandle {
+public:
+    ~CUserHandle() {
+        if (m_h != BS_INVALID_HANDLE)
+            bs_close_handle(m_h);
+    }
+    // Opens "saas\consoleuser" (created on a fresh installation), or the user's key below it.
+    int Open(const std::string& user) {
+        return bs_treedb_open(m_h, "consoleuser", user.c_str(), "", BS_OPEN_CREATE, "saas",
+                              "127.0.0.1", 8123);
+    }
+    void*& Get() { return m_h; }
+
+private:
+    void* m_h = BS_INVALID_HANDLE;
+};
 
 }  // namespace
+
+bool ValidName(const std::string& name) {
+    if (name.empty() || name.size() > 64 || name[0] == '.')
+        return false;
+    for (unsigned char c : name) {
+        if (!std::isalnum(c) && c != '_' && c != '-' && c != '.' && c != '@')
+            return false;
+    }
+    return true;
+}
 
 std::string HashPassword(const std::string& password) {
     char setting[CRYPT_GENSALT_OUTPUT_SIZE];
@@ -60,29 +85,31 @@ bool VerifyPassword(const std::string& password, const std::string& hash) {
 }
 
 int StoreUserHash(const std::string& user, const std::string& hash) {
-    CQvHandleLoc loc;
-    int rc = OpenUsers(loc);
+    CUserHandle h;
+    int rc = h.Open("");
     if (rc == 0)
-        rc = loc.Treedb_InsertSubKey(user, 2);
+        rc = bs_treedb_insert_subkey(h.Get(), user.c_str(), BS_INSERT_ACCEPT_EXISTING);
     if (rc == 0)
-        rc = loc.Treedb_ReopenSubKey(user, -1);
+        rc = bs_treedb_open_subkey(h.Get(), user.c_str(), BS_OPEN_CREATE);
     if (rc == 0)
-        rc = loc.Treedb_WriteKeyString("hash", hash);
+        rc = bs_treedb_insert_property(h.Get(), "hash", tarn::VariableData(hash), true);
     return rc;
 }
 
 std::string LoadUserHash(const std::string& user) {
-    CQvHandleLoc loc;
-    if (OpenUsers(loc) != 0 || loc.Treedb_ReopenSubKey(user, -1) != 0)
+    CUserHandle h;
+    tarn::VariableData value;
+    if (h.Open(user) != 0 || bs_treedb_get_property(h.Get(), "hash", value) != 0 ||
+        value.GetType() != 1)
         return "";
-    return loc.Treedb_GetPropertyString("hash", "");
+    return value.GetText();
 }
 
 int DeleteUser(const std::string& user) {
-    CQvHandleLoc loc;
-    int rc = OpenUsers(loc);
+    CUserHandle h;
+    int rc = h.Open("");
     if (rc == 0)
-        rc = loc.Treedb_DeleteSubKey(user);
+        rc = bs_treedb_delete_subkey(h.Get(), user.c_str());
     return IsMissing(rc) ? 0 : rc;
 }
 

@@ -6,6 +6,10 @@
 
 namespace console {
 
+// True for a name usable as a tree key (login names, company and CCU ids): 1..64 bytes of
+// letters, digits, '_', '-', '.', '@', not starting with '.'.
+bool ValidName(const std::string& name);
+
 // A new salted hash of `password` ("$y$" yescrypt, "$6$" SHA-512 when the library lacks
 // yescrypt); "" when libcrypt refuses.
 std::string HashPassword(const std::string& password);

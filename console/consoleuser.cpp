@@ -4,7 +4,6 @@
 #include <cstring>
 #include <string>
 
-#include "console/ConsoleCommon.h"
 #include "console/ConsoleUsers.h"
 
 namespace {

@@ -1,0 +1,57 @@
+#!/usr/bin/env bash
+# Sets up the machine, builds into build/, seeds a demo database on the embedded engine when it
+# is empty, and runs webharbour in the foreground serving the console at
+# http://127.0.0.1:8121/ (stop it with Ctrl-C).
+#
+# Environment: JOBS (build parallelism, default nproc); BUILD_DIR (default build); CONSOLE_PORT
+# (default: ListenPort of build/tree/webharbour/middle.ini, 8121); CONSOLE_DEMO_PASSWORD (the demo
+# administrator's password, default below; used only when the demo user is first created).
+set -euo pipefail
+cd "$(dirname "$0")/.."
+
+scripts/setup.sh
+build="${BUILD_DIR:-build}"
+cmake -S . -B "$build" -G Ninja >/dev/null
+cmake --build "$build" -j "${JOBS:-$(nproc)}" --target webharbour bsctl console
+
+tree="$(cd "$build" && pwd)/tree"
+bsctl() { "$tree/bin/bsctl" "$@" 2>/dev/null; }
+password="${CONSOLE_DEMO_PASSWORD:-harbour-demo-8121}"
+
+# Each part of the demo is seeded only while it is missing, so data entered through the console
+# survives a restart and nothing is seeded twice.
+if [ -z "$(bsctl code list)" ]; then
+  # The library loads the codes at start-up and hands them out at random, one per log-in form.
+  bsctl code seed 3kx7 m9qa 7fh2 pw4d x8ne c2rv t6bz 5jmu h4yc q7sg >/dev/null
+  echo "run-console: seeded 10 verification codes"
+fi
+if [ -z "$(bsctl company list)" ]; then
+  bsctl company add demo qv_companytype:int32=1 region=east contact=ops@demo.example >/dev/null
+  bsctl ccu add demo ccu-01 --label "demo rack 1" --connectstat 1 --useddev 12 --usedmon 30 >/dev/null
+  echo "run-console: seeded the company 'demo' with the CCU 'ccu-01'"
+fi
+if ! bsctl login show admin >/dev/null; then
+  bsctl login add admin demo >/dev/null
+  echo "run-console: seeded the login name 'admin' of company 'demo'"
+fi
+demo_password_set=0
+if ! "$tree/bin/consoleuser" check admin "$password" >/dev/null 2>&1; then
+  if [ -z "$("$tree/bin/bsctl" tree show saas consoleuser admin 2>/dev/null)" ]; then
+    "$tree/bin/consoleuser" set admin "$password" >/dev/null
+    demo_password_set=1
+  fi
+fi
+
+port="${CONSOLE_PORT:-$(sed -n 's/^ListenPort=\([0-9]*\).*/\1/p' "$tree/webharbour/middle.ini" | head -1)}"
+port="${port:-8121}"
+echo
+echo "  Console:   http://127.0.0.1:$port/"
+if [ "$demo_password_set" = 1 ] || "$tree/bin/consoleuser" check admin "$password" >/dev/null 2>&1; then
+  echo "  Log in as: admin / $password"
+else
+  echo "  Log in as: admin (its password was changed from the demo one)"
+fi
+echo "  Events:    $build/tree/bin/eventgen --message 'disk almost full' --severity critical"
+echo "  Stop:      Ctrl-C"
+echo
+exec "$tree/bin/webharbour" --port "$port"
