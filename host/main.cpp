@@ -3,8 +3,8 @@
 // Exit status: 0 after a clean stop (SIGTERM or SIGINT), 1 when handlers did not return within
 // 1.8 s of the stop signal, 2 for a bad command line or configuration, 3 when a handler module
 // cannot be loaded, 4 when the server cannot listen.
-#include <fcntl.h>
 #include <signal.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -25,25 +25,36 @@ namespace {
 
 const int kStopGraceMs = 1800;  // the stop must be over within two seconds of the signal
 
-int g_nSignalPipe[2] = {-1, -1};  // written by the signal handler, read by main
+volatile sig_atomic_t g_nStopSignal = 0;  // set by the fallback handler
+
+// Runs before any shared library's initialiser: SIGTERM and SIGINT are blocked here, so every
+// thread - the library's maintenance thread started at load and CivetWeb's workers - inherits the
+// block and the signal stays pending until main takes it with sigtimedwait. A handler running
+// on whichever thread the kernel picks would be deferred or lost under the thread sanitizer.
+// The raw system call: the sanitizers' interceptors may not be ready this early.
+void BlockStopSignals(int, char**, char**) {
+    sigset_t set;
+    sigemptyset(&set);
+    sigaddset(&set, SIGTERM);
+    sigaddset(&set, SIGINT);
+    ::syscall(SYS_rt_sigprocmask, SIG_BLOCK, &set, nullptr, _NSIG / 8);
+}
+__attribute__((section(".preinit_array"),
+               used)) void (*const g_pBlockStopSignals)(int, char**, char**) = &BlockStopSignals;
 
 void OnStopSignal(int) {
-    // Only async-signal-safe work here: main does the stopping when the byte arrives.
-    int saved = errno;
-    char b = 1;
-    ssize_t n = ::write(g_nSignalPipe[1], &b, 1);
-    (void)n;
-    errno = saved;
+    g_nStopSignal = 1;
 }
 
 bool InstallSignals(std::string& error) {
-    if (::pipe2(g_nSignalPipe, O_CLOEXEC) != 0) {
-        error = "cannot create the signal pipe";
-        return false;
-    }
-    ::fcntl(g_nSignalPipe[1], F_SETFL, O_NONBLOCK);
-    // A handler rather than sigwait: the library starts its own thread before main runs, and
-    // a signal delivered there must also stop us cleanly rather than kill the process.
+    sigset_t set;
+    sigemptyset(&set);
+    sigaddset(&set, SIGTERM);
+    sigaddset(&set, SIGINT);
+    // Blocked already (above); said again so the sanitizers' view of the mask agrees.
+    ::pthread_sigmask(SIG_BLOCK, &set, nullptr);
+    // Should a thread have been started with the signals open after all, the signal must still
+    // stop us cleanly rather than kill the process: the handler leaves a flag main looks at.
     struct sigaction sa {};
     sa.sa_handler = &OnStopSignal;
     sigemptyset(&sa.sa_mask);
@@ -57,10 +68,13 @@ bool InstallSignals(std::string& error) {
 }
 
 void WaitForStopSignal() {
-    char b = 0;
-    for (;;) {
-        ssize_t n = ::read(g_nSignalPipe[0], &b, 1);
-        if (n == 1 || (n < 0 && errno != EINTR))
+    sigset_t set;
+    sigemptyset(&set);
+    sigaddset(&set, SIGTERM);
+    sigaddset(&set, SIGINT);
+    const timespec tick{0, 100 * 1000 * 1000};
+    while (g_nStopSignal == 0) {
+        if (::sigtimedwait(&set, nullptr, &tick) > 0)
             return;
     }
 }
