@@ -34,6 +34,11 @@ unsigned char TypeTag(const std::string& name);
 bool ParseValue(unsigned char tag, const std::string& text, tarn::VariableData& out);
 // A value as printable text: strings with control and non-ASCII bytes escaped as \xNN.
 std::string Printable(const tarn::VariableData& v);
+// Text as Printable shows a string value, so that a name holding a tab or a line end cannot
+// break the tab-separated lines of the record commands.
+inline std::string Printable(const std::string& text) {
+    return Printable(tarn::VariableData(text));
+}
 bool ParseNumber(const std::string& text, unsigned long long max, unsigned long long& out);
 
 int TreeCommand(const CArgs& args);

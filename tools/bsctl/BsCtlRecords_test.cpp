@@ -153,8 +153,11 @@ TEST_F(BsCtlRecordsTest, LoginNamesAreAddedMovedAndDeleted) {
     EXPECT_EQ(Run({"login", "list"}), "");
     ASSERT_EQ(Status({"login", "add", "alice", "c1"}), 0);
     ASSERT_EQ(Status({"login", "add", "carol", "c2"}), 0);
+    ASSERT_EQ(Status({"login", "add", "e\tve", "c\n4"}), 0);
     ASSERT_EQ(Status({"login", "move", "alice", "bob"}), 0);
-    EXPECT_EQ(Run({"login", "list"}), "bob\tc1\ncarol\tc2\n");
+    // Control bytes are shown escaped, so every login stays one line of two fields.
+    EXPECT_EQ(Run({"login", "list"}), "bob\tc1\ncarol\tc2\ne\\x09ve\tc\\x0a4\n");
+    ASSERT_EQ(Status({"login", "delete", "e\tve"}), 0);
     EXPECT_EQ(Status({"login", "move", "bob", "carol"}), 1);   // would take carol over
     EXPECT_EQ(Status({"login", "move", "alice", "dave"}), 1);  // alice is gone
     ASSERT_EQ(Status({"login", "move", "bob", "bob", "c3"}), 0);

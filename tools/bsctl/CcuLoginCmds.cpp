@@ -109,8 +109,7 @@ int CcuShowOrDelete(const CArgs& a, bool remove) {
     }
     std::fprintf(Out(), "connectstat\t%d\nregistertime\t%s\nlabel\t%s\nuseddev\t%d\nusedmon\t%d\n",
                  rec.m_nConnectStat, rec.m_tmRegister.ToString().c_str(),
-                 Printable(tarn::VariableData(rec.m_strLabel)).c_str(), rec.m_nUsedDev,
-                 rec.m_nUsedMon);
+                 Printable(rec.m_strLabel).c_str(), rec.m_nUsedDev, rec.m_nUsedMon);
     return EXIT_DONE;
 }
 
@@ -128,7 +127,7 @@ int LoginList(const CArgs& a) {
     if (rc != 0)
         return Refused("saas:loginname", rc);
     for (const auto& kv : logins)
-        std::fprintf(Out(), "%s\t%s\n", kv.first.c_str(), kv.second.c_str());
+        std::fprintf(Out(), "%s\t%s\n", Printable(kv.first).c_str(), Printable(kv.second).c_str());
     return EXIT_DONE;
 }
 
@@ -176,7 +175,7 @@ int LoginCommand(const CArgs& a) {
     if (sub == "show" && n == 3) {
         int st = Resolve(a, a.Word(2), company);
         if (st == EXIT_DONE)
-            std::fprintf(Out(), "%s\n", company.c_str());
+            std::fprintf(Out(), "%s\n", Printable(company).c_str());
         return st;
     }
     if (sub == "add" && n == 4) {

@@ -61,7 +61,7 @@ int CompanyList(const CArgs& a) {
     if (rc != 0)
         return Refused("saas:company", rc);
     for (const std::string& n : names)
-        std::fprintf(Out(), "%s\n", n.c_str());
+        std::fprintf(Out(), "%s\n", Printable(n).c_str());
     return EXIT_DONE;
 }
 
@@ -82,11 +82,11 @@ int CompanyShow(const CArgs& a) {
     CSPropSetObj::PropMap props;
     params.GetPropSet(props);
     for (const auto& kv : props) {
-        std::fprintf(Out(), "%s\t%s\t%s\n", kv.first.c_str(), TypeName(kv.second.GetType()),
-                     Printable(kv.second).c_str());
+        std::fprintf(Out(), "%s\t%s\t%s\n", Printable(kv.first).c_str(),
+                     TypeName(kv.second.GetType()), Printable(kv.second).c_str());
     }
     for (const std::string& c : ccus)
-        std::fprintf(Out(), "ccu\t%s\n", c.c_str());
+        std::fprintf(Out(), "ccu\t%s\n", Printable(c).c_str());
     return EXIT_DONE;
 }
 

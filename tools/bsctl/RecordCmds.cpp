@@ -38,9 +38,9 @@ int SessionList(const CArgs& a) {
     for (const std::string& id : ids) {
         if (loc.Treedb_ReopenSubKey(id, -1) != 0)
             continue;  // deleted since the listing
-        std::fprintf(Out(), "%s\t%s\t%s\t%d\t%d\n", id.c_str(),
-                     loc.Treedb_GetPropertyString("user", "").c_str(),
-                     loc.Treedb_GetPropertyString("co", "").c_str(),
+        std::fprintf(Out(), "%s\t%s\t%s\t%d\t%d\n", Printable(id).c_str(),
+                     Printable(loc.Treedb_GetPropertyString("user", "")).c_str(),
+                     Printable(loc.Treedb_GetPropertyString("co", "")).c_str(),
                      loc.Treedb_GetPropertyInt("servertype", 0),
                      loc.Treedb_GetPropertyInt("clienttype", 0));
     }
@@ -129,7 +129,7 @@ int CodeList(const CArgs& a) {
     if (rc != 0 && rc != BS_ERR_NO_SUBKEY)
         return Refused("ccubase:Config\\VerifyCode", rc);
     for (const std::string& c : codes)
-        std::fprintf(Out(), "%s\n", c.c_str());
+        std::fprintf(Out(), "%s\n", Printable(c).c_str());
     return EXIT_DONE;
 }
 
