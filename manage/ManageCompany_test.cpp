@@ -143,3 +143,25 @@ TEST_F(ManageCompanyTest, LoadingWithoutAllocatedLocatorFails) {
     EXPECT_NE(CManageDb::LoadaManageCompany(loc, "c1", params, ccus), 0);
     EXPECT_EQ(params.GetPropertyString("stale", ""), "1");  // untouched on failure
 }
+
+TEST_F(ManageCompanyTest, TheCallersTransactionSpansTheCompanyWrites) {
+    CQvHandleLoc seed;
+    ASSERT_EQ(CManageDb::AddCompanyParam(seed, m_strAddr, "c6", Params({{"n", "old"}}), m_nPort),
+              0);
+    for (bool commit : {false, true}) {
+        SCOPED_TRACE(commit ? "commit" : "rollback");
+        CQvHandleLoc loc;
+        std::list<std::string> names;
+        ASSERT_EQ(CManageDb::LoadManageCompanyNames(loc, m_strAddr, names, m_nPort), 0);
+        ASSERT_EQ(loc.Treedb_BeginTransaction(), 0);
+        ASSERT_EQ(
+            CManageDb::UpdateCompanyParam(loc, m_strAddr, "c6", Params({{"n", "new"}}), m_nPort),
+            0);
+        ASSERT_EQ(CManageDb::AddCompanyParam(loc, m_strAddr, "c7", Params({{"n", "x"}}), m_nPort),
+                  0);
+        // Still inside the caller's transaction: ending it must find it open.
+        ASSERT_EQ(commit ? loc.Treedb_CommitTransaction() : loc.Treedb_RollbackTransaction(), 0);
+        EXPECT_EQ(Load("c6"), commit ? "n=new;" : "n=old;");
+        EXPECT_EQ(Load("c7"), commit ? "n=x;" : "error " + std::to_string(BS_ERR_NO_SUBKEY));
+    }
+}
