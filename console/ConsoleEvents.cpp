@@ -63,8 +63,7 @@ std::string Collect(unsigned long long& after) {
     for (const Event& e : g_ring) {
         if (e.seq <= after)
             continue;
-        out += "id: " + ProcessTag() + "-" + std::to_string(e.seq) +
-               "\nevent: monitor\ndata: " + e.json + "\n\n";
+        out += "id: " + EventId(e.seq) + "\nevent: monitor\ndata: " + e.json + "\n\n";
         after = e.seq;
     }
     return out;
@@ -133,6 +132,10 @@ std::string NormaliseEvent(const std::string& text, long pushedAt) {
         out["time"] = buf;
     }
     return Json::writeString(writer, out);
+}
+
+std::string EventId(unsigned long long seq) {
+    return ProcessTag() + "-" + std::to_string(seq);
 }
 
 unsigned long long ResumeAfter(const std::string& lastEventId) {

@@ -14,6 +14,9 @@ extern const char* const kEventQueue;
 // time is filled from `pushedAt` (seconds since the epoch, local time), or now when it is 0.
 std::string NormaliseEvent(const std::string& text, long pushedAt);
 
+// The id of event `seq` of this process: "<process tag>-<seq>".
+std::string EventId(unsigned long long seq);
+
 // The sequence after which a reconnecting stream resumes, from its Last-Event-ID: the number of
 // an id this process gave out, else 0 (everything the ring holds).
 unsigned long long ResumeAfter(const std::string& lastEventId);

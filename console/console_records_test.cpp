@@ -1,0 +1,137 @@
+// The console's management and event handlers over loopback: companies, CCU records and login
+// names with their worded refusals and what reaches the database, and the live event stream with
+// its resumption through Last-Event-ID.
+#include "console/ConsoleTestHost.h"
+
+namespace console_test {
+namespace {
+
+TEST_F(ConsoleLoopback, ChangesNeedAFreshTokenAndSayWhyTheyAreRefused) {
+    const std::string session = LogIn();
+    ASSERT_FALSE(session.empty());
+    struct Case {
+        const char* what;
+        const char* target;
+        std::string body;
+        std::string errmsg;
+    };
+    const Case cases[] = {
+        {"bad id", "/api/company/save", "id=a%20b",
+         "Invalid name: use 1 to 64 letters, digits or _ - . @: a b"},
+        {"bad parameter line", "/api/company/save", "id=c1&params=novalue",
+         "Parameter lines must read name=value: novalue"},
+        {"duplicate", "/api/company/save", "id=demo", "The record exists already"},
+        {"edit unknown", "/api/company/save", "id=nosuch&mode=edit", "No such record"},
+        {"delete unknown", "/api/company/delete", "id=nosuch", "No such record"},
+        {"ccu of unknown company", "/api/ccu/save", "company=nosuch&ccu=u1",
+         "The company does not exist: nosuch"},
+        {"ccu number", "/api/ccu/save", "company=demo&ccu=u1&useddev=12x", "Invalid number"},
+        {"login of unknown company", "/api/loginname/save", "name=eve&company=nosuch",
+         "The company does not exist: nosuch"},
+        {"rename onto a taken name", "/api/loginname/save", "name=admin&company=demo&oldname=x9",
+         "The record exists already"},
+    };
+    for (const Case& c : cases) {
+        Json::Value v = Change(session + "; qv_lan=en", c.target, c.body);
+        EXPECT_EQ(v["status"].asString(), "failed") << c.what;
+        EXPECT_EQ(v["errmsg"].asString(), c.errmsg) << c.what;
+    }
+    // Without a token cookie, and with a token 16 or more seconds old, the library refuses.
+    Json::Value none = JsonOf(Post("/api/company/save", session, "id=late"));
+    EXPECT_EQ(none["status"].asString(), "failed");
+    EXPECT_EQ(none["errmsg"].asString(), "请求非法");
+    Json::Value stale =
+        JsonOf(Post("/api/company/save", session + "; CSRF-TOKEN=abc-1000", "id=late"));
+    EXPECT_EQ(stale["status"].asString(), "failed");
+    EXPECT_FALSE(stale["errmsg"].asString().empty());
+    int status = -1;
+    Run("bsctl", {"company", "show", "late"}, &status);
+    EXPECT_NE(status, 0) << "a refused change must not reach the database";
+}
+
+TEST_F(ConsoleLoopback, CompanyCcuAndLoginNameRoundTrip) {
+    const std::string session = LogIn();
+    Json::Value v =
+        Change(session, "/api/company/save", "id=acme&params=region%3Dnorth%0Alevel%3Dgold");
+    ASSERT_EQ(v["status"].asString(), "success") << v.toStyledString();
+    v = Change(session, "/api/ccu/save",
+               "company=acme&ccu=u1&label=rack%201&connectstat=1&useddev=5&usedmon=9");
+    ASSERT_EQ(v["status"].asString(), "success") << v.toStyledString();
+    // An edit replaces the parameters (level goes) and keeps the CCU.
+    v = Change(session, "/api/company/save", "id=acme&mode=edit&params=region%3Dsouth");
+    ASSERT_EQ(v["status"].asString(), "success") << v.toStyledString();
+    ASSERT_EQ(Change(session, "/api/loginname/save", "name=bob&company=acme")["status"].asString(),
+              "success");
+    ASSERT_EQ(
+        Change(session, "/api/loginname/save", "name=robert&company=acme&oldname=bob")["status"]
+            .asString(),
+        "success");
+
+    Json::Value list = JsonOf(Call("/api/companies", session));
+    Json::Value acme;
+    for (const Json::Value& c : list["data"])
+        if (c["id"].asString() == "acme")
+            acme = c;
+    ASSERT_TRUE(acme.isObject()) << list.toStyledString();
+    EXPECT_EQ(acme["params"]["region"].asString(), "south");
+    EXPECT_FALSE(acme["params"].isMember("level"));
+    ASSERT_EQ(acme["ccus"].size(), 1u);
+    EXPECT_EQ(acme["ccus"][0]["label"].asString(), "rack 1");
+    EXPECT_EQ(acme["ccus"][0]["useddev"].asInt(), 5);
+    EXPECT_EQ(acme["ccus"][0]["registertime"].asString().size(), 19u);
+    EXPECT_NE(Run("bsctl", {"login", "show", "robert"}).find("acme"), std::string::npos);
+    int status = -1;
+    Run("bsctl", {"login", "show", "bob"}, &status);
+    EXPECT_NE(status, 0) << "the renamed login's old name is gone";
+
+    // Deleting the company takes its CCU and its login names along.
+    ASSERT_EQ(Change(session, "/api/company/delete", "id=acme")["status"].asString(), "success");
+    Run("bsctl", {"company", "show", "acme"}, &status);
+    EXPECT_NE(status, 0);
+    Run("bsctl", {"login", "show", "robert"}, &status);
+    EXPECT_NE(status, 0);
+}
+
+// Reads event-stream chunks until `want` appears or the stream stalls; what was read.
+std::string ReadUntil(wh_test::HttpConn& conn, HttpResponse& res, const std::string& want) {
+    std::string all, piece;
+    bool end = false;
+    while (all.find(want) == std::string::npos && conn.ReadChunk(res, piece, end))
+        all += piece;
+    return all;
+}
+
+TEST_F(ConsoleLoopback, EventsFromTheQueueReachTheStreamAndResumeAfterLastEventId) {
+    const std::string session = LogIn();
+    const int port = s_host->Port();
+    std::string lastId;
+    {
+        wh_test::HttpConn conn(port);
+        ASSERT_TRUE(conn.Get("/api/events", "Cookie: " + session + "\r\n"));
+        HttpResponse res;
+        ASSERT_TRUE(conn.ReadHead(res));
+        EXPECT_EQ(res.Header("Content-Type"), "text/event-stream");
+        Run("eventgen", {"--company", "demo", "--message", "first", "--count", "2"});
+        std::string got = ReadUntil(conn, res, "first #2");
+        ASSERT_NE(got.find("\"message\":\"first #1\""), std::string::npos) << got;
+        ASSERT_NE(got.find("\"message\":\"first #2\""), std::string::npos) << got;
+        size_t id = got.rfind("id: ");
+        lastId = got.substr(id + 4, got.find('\n', id) - id - 4);
+        // Text that is no event object is shown, not dropped.
+        Run("bsctl", {"queue", "push", "consoleevents", "raw text"});
+        got = ReadUntil(conn, res, "raw text");
+        EXPECT_NE(got.find("\"severity\":\"unknown\""), std::string::npos) << got;
+    }
+    // A browser coming back with the id of "first #2" gets only what followed it.
+    wh_test::HttpConn again(port);
+    ASSERT_TRUE(
+        again.Get("/api/events", "Cookie: " + session + "\r\nLast-Event-ID: " + lastId + "\r\n"));
+    HttpResponse res;
+    ASSERT_TRUE(again.ReadHead(res));
+    std::string got = ReadUntil(again, res, "raw text");
+    EXPECT_NE(got.find("raw text"), std::string::npos) << got;
+    EXPECT_EQ(got.find("first #"), std::string::npos) << got;
+}
+
+}  // namespace
+}  // namespace console_test
