@@ -1,4 +1,4 @@
-// AccessLog: dated access log files, one write(2) per line.
+// AccessLog: dated access log files, gathered lines written by a flusher thread.
 #include "host/AccessLog.h"
 
 #include <fcntl.h>
@@ -6,15 +6,22 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <chrono>
 #include <cstdio>
 #include <cstring>
 #include <ctime>
 
 namespace wh {
 
+namespace {
+
+const size_t kFlushBytes = 64 * 1024;
+const auto kFlushEvery = std::chrono::milliseconds(200);
+
+}  // namespace
+
 AccessLog::~AccessLog() {
-    if (m_nFd >= 0)
-        ::close(m_nFd);
+    Close();
 }
 
 bool AccessLog::Open(const std::string& directory, bool enabled, std::string& error) {
@@ -33,14 +40,68 @@ bool AccessLog::Open(const std::string& directory, bool enabled, std::string& er
         if (i < directory.size())
             cur += directory[i];
     }
+    m_thrFlusher = std::thread([this] { FlusherLoop(); });
     return true;
+}
+
+void AccessLog::FlusherLoop() {
+    std::unique_lock<std::mutex> lock(m_mutexFile);
+    while (!m_bClosing) {
+        m_condFlush.wait_for(lock, kFlushEvery);
+        FlushLocked();
+    }
+}
+
+void AccessLog::FlushLocked() {
+    if (m_strPending.empty())
+        return;
+    if (m_nFd < 0) {
+        m_nFd = ::open(PathFor(m_strDay.c_str()).c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC,
+                       0644);
+    }
+    if (m_nFd >= 0) {
+        // O_APPEND keeps whole lines even with another writer on the file.
+        size_t done = 0;
+        while (done < m_strPending.size()) {
+            ssize_t n = ::write(m_nFd, m_strPending.data() + done, m_strPending.size() - done);
+            if (n <= 0)
+                break;  // a log that cannot be written is skipped; the requests were answered
+            done += static_cast<size_t>(n);
+        }
+    }
+    m_strPending.clear();
+}
+
+void AccessLog::Flush(bool wait) {
+    std::unique_lock<std::mutex> lock(m_mutexFile, std::defer_lock);
+    if (wait)
+        lock.lock();
+    else if (!lock.try_lock())
+        return;
+    FlushLocked();
+}
+
+void AccessLog::Close() {
+    {
+        std::lock_guard<std::mutex> lock(m_mutexFile);
+        m_bClosing = true;
+        m_bEnabled = false;
+    }
+    m_condFlush.notify_all();
+    if (m_thrFlusher.joinable())
+        m_thrFlusher.join();
+    std::lock_guard<std::mutex> lock(m_mutexFile);
+    FlushLocked();
+    if (m_nFd >= 0)
+        ::close(m_nFd);
+    m_nFd = -1;
 }
 
 std::string AccessLog::PathFor(const char* day) const {
     return m_strDir + "/webharbour_access" + day + ".log";
 }
 
-std::string AccessLog::CurrentPath() {
+std::string AccessLog::CurrentPath() const {
     char day[16];
     time_t now = std::time(nullptr);
     struct tm local;
@@ -53,14 +114,20 @@ void AccessLog::Write(const char* peer, const char* method, const char* path, in
                       long long bytes, double milliseconds) {
     if (!m_bEnabled)
         return;
+    // The local time's texts, once per second per thread: localtime_r takes a process-wide lock.
+    thread_local time_t t_last = 0;
+    thread_local char t_stamp[32] = {0};
+    thread_local char t_day[16] = {0};
     time_t now = std::time(nullptr);
-    struct tm local;
-    localtime_r(&now, &local);
-    char stamp[32];
-    char day[16];
-    std::strftime(stamp, sizeof(stamp), "%Y-%m-%d %H:%M:%S", &local);
-    std::strftime(day, sizeof(day), "%Y%m%d", &local);
-    std::string line = stamp;
+    if (now != t_last) {
+        struct tm local;
+        localtime_r(&now, &local);
+        std::strftime(t_stamp, sizeof(t_stamp), "%Y-%m-%d %H:%M:%S", &local);
+        std::strftime(t_day, sizeof(t_day), "%Y%m%d", &local);
+        t_last = now;
+    }
+    const char* day = t_day;
+    std::string line = t_stamp;
     line += ' ';
     line += peer != nullptr && *peer != '\0' ? peer : "-";
     line += ' ';
@@ -75,17 +142,19 @@ void AccessLog::Write(const char* peer, const char* method, const char* path, in
     line += tail;
 
     std::lock_guard<std::mutex> lock(m_mutexFile);
-    if (m_nFd < 0 || m_strDay != day) {
+    if (!m_bEnabled)
+        return;
+    if (m_strDay != day) {
+        // The lines of the day before go to that day's file, then the new day's file starts.
+        FlushLocked();
         if (m_nFd >= 0)
             ::close(m_nFd);
+        m_nFd = -1;
         m_strDay = day;
-        m_nFd = ::open(PathFor(day).c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0644);
-        if (m_nFd < 0)
-            return;  // the request has been answered; a log that cannot be written is skipped
     }
-    // O_APPEND and one write per line keep lines whole even with another writer on the file.
-    ssize_t n = ::write(m_nFd, line.data(), line.size());
-    (void)n;
+    m_strPending += line;
+    if (m_strPending.size() >= kFlushBytes)
+        m_condFlush.notify_one();
 }
 
 std::string EscapeLogField(const char* text) {

@@ -135,9 +135,10 @@ int main(int argc, char** argv) {
     std::fflush(stdout);
     // A handler that ignores the stop (blocked somewhere it cannot be woken) would hold mg_stop
     // for ever: after the grace time the process ends without waiting for it.
-    std::thread watchdog([] {
+    std::thread watchdog([&log] {
         if (wh::WaitStopped(kStopGraceMs))
             return;
+        log.Flush(false);
         std::fprintf(stderr,
                      "webharbour: handlers still running %d ms after the stop; exiting without "
                      "them\n",
@@ -148,6 +149,7 @@ int main(int argc, char** argv) {
     server.Stop();
     wh::EndStop();
     watchdog.join();
+    log.Close();
     std::printf("webharbour: stopped\n");
     std::fflush(stdout);
     std::fflush(stderr);
