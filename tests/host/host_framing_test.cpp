@@ -219,6 +219,8 @@ TEST_F(HostFramingTest, HeadSilentStaticAndHiddenPaths) {
 
 TEST_F(HostFramingTest, AccessLogHasALinePerRequest) {
     wh_test::Fetch(Port(), "/t/plain?n=4&secret=pw");
+    // A decoded line break or blank in the path must not split or shift the line's fields.
+    wh_test::Fetch(Port(), "/t/dir/a%0Aforged%20line");
     wh_test::Fetch(Port(), "/index.html");
     // The line is written when CivetWeb ends the request, just after the answer went out.
     std::string log;
@@ -232,6 +234,8 @@ TEST_F(HostFramingTest, AccessLogHasALinePerRequest) {
     EXPECT_NE(std::string::npos, log.find(" 127.0.0.1 GET /t/plain 200 ")) << log;
     EXPECT_NE(std::string::npos, log.find(" 127.0.0.1 GET /index.html 200 - ")) << log;
     EXPECT_EQ(std::string::npos, log.find("secret")) << "query strings stay out of the log";
+    EXPECT_NE(std::string::npos, log.find(" GET /t/dir/a%0Aforged%20line 200 ")) << log;
+    EXPECT_EQ(std::string::npos, log.find("\nforged")) << log;
 }
 
 }  // namespace
