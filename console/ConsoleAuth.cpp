@@ -95,7 +95,7 @@ int HandleCode(st_wh_info* info, void*) {
     BSGetVerifyCode(key, RandomIndex(), code);
     // The library loads its codes about a second after webharbour starts: a page opened at once
     // waits for them rather than showing a picture without a code.
-    for (int i = 0; code.empty() && i < 15 && g_pHost != nullptr; ++i) {
+    for (int i = 0; code.empty() && i < 15 && g_pHost != nullptr && JustStarted(); ++i) {
         if (g_pHost->waitStopping(200) != 0)
             break;
         BSGetVerifyCode(key, RandomIndex(), code);

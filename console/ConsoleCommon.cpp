@@ -4,7 +4,9 @@
 
 #include <sys/random.h>
 
+#include <atomic>
 #include <cctype>
+#include <chrono>
 #include <cstdio>
 
 #include "db/QvHandle.h"
@@ -15,6 +17,25 @@ namespace console {
 
 const char* const kDbAddress = "127.0.0.1";
 const WhRegistry* g_pHost = nullptr;
+
+namespace {
+std::atomic<long long> g_nStartedMs{0};  // steady-clock milliseconds at registration
+
+long long NowMs() {
+    return std::chrono::duration_cast<std::chrono::milliseconds>(
+               std::chrono::steady_clock::now().time_since_epoch())
+        .count();
+}
+}  // namespace
+
+void MarkStarted() {
+    g_nStartedMs = NowMs();
+}
+
+bool JustStarted() {
+    // The library's start-up thread loads the codes about one second after load.
+    return g_nStartedMs != 0 && NowMs() - g_nStartedMs < 10000;
+}
 
 namespace {
 

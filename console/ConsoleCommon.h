@@ -22,6 +22,10 @@ const int kDbPort = 0;
 
 // The host registry, set once at registration (null in unit tests).
 extern const WhRegistry* g_pHost;
+// True during the first seconds after registration, while the library still loads its data.
+bool JustStarted();
+// Marks the moment of registration.
+void MarkStarted();
 
 // The text with id `id` in the request's language (cookie qv_lan: "en" gives English, anything
 // else Chinese, the console's first language). Unknown ids come back as the id itself, so a

@@ -20,15 +20,17 @@
 #include "console/ConsoleHandlers.h"
 #include "db/QvHandle.h"
 #include "host/WhModule.h"
+#include "session/SessionApi.h"
 #include "web/BSWork.h"
 
 namespace console {
 
 namespace {
 
-const size_t kKeepEvents = 500;    // the ring's length
-const unsigned kPopWaitMs = 1000;  // one pump turn; also bounds the reaction to a stop
-const int kKeepAliveSeconds = 15;  // a comment after this much silence finds dead connections
+const size_t kKeepEvents = 500;      // the ring's length
+const unsigned kPopWaitMs = 1000;    // one pump turn; also bounds the reaction to a stop
+const int kSessionCheckSeconds = 5;  // how soon a stream notices that its session ended
+const int kKeepAliveSeconds = 15;    // a comment after this much silence finds dead connections
 
 struct Event {
     unsigned long long seq;
@@ -157,6 +159,7 @@ int HandleEvents(st_wh_info* info, void*) {
     CQvHandleLoc loc;
     bool allocated = false;
     auto lastSent = std::chrono::steady_clock::now();
+    auto lastCheck = lastSent;
     while (Running(info)) {
         std::string pieces = Collect(after);
         if (!pieces.empty()) {
@@ -164,9 +167,17 @@ int HandleEvents(st_wh_info* info, void*) {
             lastSent = std::chrono::steady_clock::now();
             continue;
         }
-        if (std::chrono::steady_clock::now() - lastSent > std::chrono::seconds(kKeepAliveSeconds)) {
+        const auto now = std::chrono::steady_clock::now();
+        if (now - lastCheck > std::chrono::seconds(kSessionCheckSeconds)) {
+            // A session that ended meanwhile (log-out elsewhere, idle time-out) ends the stream;
+            // the browser's reconnect then meets the gate and is sent back to log in.
+            if (BSWhetherSessionIdTimeOut(BSCheckQvSession(info)))
+                break;
+            lastCheck = now;
+        }
+        if (now - lastSent > std::chrono::seconds(kKeepAliveSeconds)) {
             work.SendInfoToWeb(info, ": keep-alive\n\n", 2, true, chunk++, "");
-            lastSent = std::chrono::steady_clock::now();
+            lastSent = now;
         }
         std::unique_lock<std::mutex> pump(g_mutexPump, std::try_to_lock);
         if (pump.owns_lock()) {

@@ -36,6 +36,7 @@ extern "C" WH_MODULE_EXPORT int wh_module_register(WhRegistry* registry) {
     if (registry == nullptr || registry->apiVersion < WH_MODULE_API_VERSION)
         return -1;
     console::g_pHost = registry;
+    console::MarkStarted();
     for (const Route& r : kRoutes) {
         if (registry->addHandler(registry, r.path, r.handler, nullptr) != 0) {
             std::fprintf(stderr, "console: cannot register %s/%s\n", registry->prefix, r.path);

@@ -1,6 +1,8 @@
 // The console's management and event handlers over loopback: companies, CCU records and login
 // names with their worded refusals and what reaches the database, and the live event stream with
 // its resumption through Last-Event-ID.
+#include <chrono>
+
 #include "console/ConsoleTestHost.h"
 
 namespace console_test {
@@ -131,6 +133,22 @@ TEST_F(ConsoleLoopback, EventsFromTheQueueReachTheStreamAndResumeAfterLastEventI
     std::string got = ReadUntil(again, res, "raw text");
     EXPECT_NE(got.find("raw text"), std::string::npos) << got;
     EXPECT_EQ(got.find("first #"), std::string::npos) << got;
+}
+
+TEST_F(ConsoleLoopback, AStreamEndsSoonAfterItsSessionEnds) {
+    const std::string session = LogIn();
+    wh_test::HttpConn conn(s_host->Port());
+    ASSERT_TRUE(conn.Get("/api/events", "Cookie: " + session + "\r\n"));
+    HttpResponse res;
+    ASSERT_TRUE(conn.ReadHead(res));
+    ASSERT_EQ(Change(session, "/api/logout", "")["status"].asString(), "success");
+    const auto start = std::chrono::steady_clock::now();
+    std::string piece, all;
+    bool end = false;
+    while (conn.ReadChunk(res, piece, end))
+        all += piece;
+    EXPECT_TRUE(end) << "the stream is closed with its last chunk; read: " << all;
+    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(9));
 }
 
 }  // namespace
