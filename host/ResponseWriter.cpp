@@ -193,6 +193,11 @@ void CbWriteChunk(void* connId, const char* data, uint32_t length, int32_t mode)
     }
     if (ctx.refused || ctx.broken || ctx.chunkEnded || !ctx.chunked)
         return;
+    if (ctx.isHeadMethod) {
+        // A HEAD answer is the head alone: it is complete now, and the handler is told so.
+        ctx.chunkEnded = true;
+        return;
+    }
     bool last = mode == WH_CHUNK_LAST;
     if (length == 0 && !last)
         return;  // an empty chunk would end the body: an empty piece is simply skipped
@@ -245,7 +250,9 @@ int FinishRequest(RequestCtx& ctx, int handlerResult) {
     } else {
         FlushPendingHead(ctx);
     }
-    if (ctx.chunked && !ctx.chunkEnded && !ctx.refused) {
+    if (ctx.chunked && ctx.isHeadMethod) {
+        ctx.chunkEnded = true;
+    } else if (ctx.chunked && !ctx.chunkEnded && !ctx.refused) {
         static const char kEnd[] = "0\r\n\r\n";
         ctx.chunkEnded = Write(ctx, kEnd, sizeof(kEnd) - 1);
     }

@@ -194,6 +194,10 @@ TEST_F(HostFramingTest, HeadSilentStaticAndHiddenPaths) {
     HttpResponse head;
     ASSERT_TRUE(conn.Read(head, true));
     EXPECT_EQ("7", head.Header("Content-Length"));
+    // An event stream asked for with HEAD: its head, and not one byte of chunks.
+    ASSERT_TRUE(conn.Send("HEAD /t/forever HTTP/1.1\r\nHost: x\r\n\r\n"));
+    ASSERT_TRUE(conn.Read(head, true));
+    EXPECT_EQ("chunked", head.Header("Transfer-Encoding"));
     const struct {
         const char* target;
         int status;
