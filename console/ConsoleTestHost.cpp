@@ -26,8 +26,9 @@ void ConsoleLoopback::SetUpTestSuite() {
 }
 
 void ConsoleLoopback::TearDownTestSuite() {
+    // A clean stop (status 0) also means no sanitizer report at exit.
     if (s_host != nullptr)
-        s_host->Terminate(10);
+        EXPECT_EQ(0, s_host->Terminate(10)) << s_host->Stderr();
     delete s_host;
     delete s_tree;
     s_host = nullptr;

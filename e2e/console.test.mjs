@@ -5,8 +5,9 @@
 //
 // Log-in refusals (wrong password, wrong code) and the log-in with the code the picture shows,
 // the language switch, a company with a CCU and a login name added through the pages, a live
-// event from eventgen arriving on the event page, log-out, and the way back to the log-in page
-// with a message once the session is gone. Exit status 0 when every check passed.
+// event from eventgen arriving on the event page, log-out, the way back to the log-in page with a
+// message once the session is gone (in a second tab too), and a clean stop of webharbour while
+// an event page streams. Exit status 0 when every check passed.
 import { chromium } from 'playwright-core';
 import { spawn, execFileSync } from 'node:child_process';
 import fs from 'node:fs';
@@ -60,17 +61,20 @@ function startHost(port) {
     };
     host.stdout.on('data', collect);
     host.stderr.on('data', collect);
-    host.on('exit', (code) => { clearTimeout(timer); reject(new Error(`webharbour exited (${code}):\n${hostOutput}`)); });
+    host.once('exit', (code) => { clearTimeout(timer); reject(new Error(`webharbour exited (${code}):\n${hostOutput}`)); });
   });
 }
 
+// SIGTERM, then SIGKILL after 15 s; the exit status (null when ended by a signal).
 async function stopHost() {
-  if (!host || host.exitCode !== null) return;
-  const done = new Promise((r) => host.once('exit', r));
+  if (!host) return null;
+  if (host.exitCode !== null || host.signalCode !== null) return host.exitCode;
+  const done = new Promise((r) => host.once('exit', (code) => r(code)));
   host.kill('SIGTERM');
-  const timer = setTimeout(() => host.kill('SIGKILL'), 10000);
-  await done;
+  const timer = setTimeout(() => host.kill('SIGKILL'), 15000);
+  const code = await done;
   clearTimeout(timer);
+  return code;
 }
 
 async function expectMessage(page, pattern) {
@@ -174,6 +178,13 @@ async function main() {
     .some((r) => r.textContent.includes(m) && r.textContent.includes('web-7')), marker, { timeout: 15000 });
   step('live event arrived');
 
+  // A second tab watching the events: when the session ends it must go back to log in too.
+  const watcher = await context.newPage();
+  watcher.on('pageerror', (e) => pageErrors.push(e.message));
+  await watcher.goto(base + '/console/app.html');
+  await watcher.click('button[data-tab="events"]');
+  await watcher.waitForFunction(() => /Connected/.test(document.getElementById('stream-state').textContent));
+
   // Log-out, then the console sends the visitor back to log in, saying why.
   await page.click('#logout');
   await page.waitForURL('**/console/login.html?reason=logout');
@@ -184,7 +195,26 @@ async function main() {
   await expectMessage(page, /session timed out/);
   const refused = await (await page.request.get(base + '/api/companies')).json();
   assert.equal(refused.status, 'SessionTimeOut');
-  step('logged out; the pages and the handlers refuse the old session');
+  await watcher.waitForURL('**/console/login.html?reason=timeout', { timeout: 20000 });
+  await watcher.close();
+  step('logged out; the pages, the other tab\'s event stream and the handlers refuse the old session');
+
+  // webharbour stops cleanly while an event page is streaming.
+  const again = page.waitForResponse((r) => r.url().includes('/api/code'));
+  await page.goto(base + '/console/login.html');
+  await again;
+  await page.fill('#user', 'admin');
+  await page.fill('#password', PASSWORD);
+  await page.fill('#code', CODE);
+  await page.click('#login-btn');
+  await page.waitForURL('**/console/app.html');
+  await page.click('button[data-tab="events"]');
+  await page.waitForFunction(() => /Connected/.test(document.getElementById('stream-state').textContent));
+  const stopStart = Date.now();
+  const status = await stopHost();
+  assert.equal(status, 0, 'webharbour exits 0 on SIGTERM with a stream open');
+  assert.ok(Date.now() - stopStart < 10000, 'and within ten seconds');
+  step('webharbour stopped cleanly with an open event stream');
 
   assert.deepEqual(pageErrors, [], 'no script errors in the pages');
 }
