@@ -48,6 +48,10 @@ struct RequestCtx {
     std::string pendingHead;  // a plain head kept back to go out with the first body bytes
     bool headSent = false;
     bool chunked = false;
+    // A stream to an HTTP/1.0 client, which knows no chunks: pieces go out as they are and the
+    // closed connection ends the body.
+    bool rawStream = false;
+    bool http10 = false;  // the request came as HTTP/1.0
     bool chunkEnded = false;
     bool holdsStream = false;      // counted in HostShared::openStreams
     bool refused = false;          // an event stream beyond the bound: answered 503

@@ -114,6 +114,7 @@ void FillRecord(RequestCtx& ctx, mg_connection* conn, HostShared* shared) {
     ctx.acceptsGzip = AcceptsGzip(mg_get_header(conn, "Accept-Encoding"));
     const char* connection = mg_get_header(conn, "Connection");
     bool http11 = ri->http_version != nullptr && std::strcmp(ri->http_version, "1.1") == 0;
+    ctx.http10 = !http11;
     // The same rule CivetWeb applies after the handler, so our Connection header tells the
     // client what really happens to the connection.
     ctx.keepAlive = connection != nullptr ? HasToken(connection, "keep-alive") : http11;

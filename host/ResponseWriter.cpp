@@ -68,7 +68,8 @@ std::string BuildHead(RequestCtx& ctx, int status) {
     if (!r.contentType.empty())
         AddHeader(head, "Content-Type", r.contentType);
     if (ctx.chunked) {
-        head += "Transfer-Encoding: chunked\r\n";
+        if (!ctx.rawStream)
+            head += "Transfer-Encoding: chunked\r\n";
         if (r.contentType.compare(0, 17, "text/event-stream") == 0)
             head += "Cache-Control: no-cache\r\n";
     } else {
@@ -145,6 +146,10 @@ void CbSendHead(void* connId) {
             return;
         }
         ctx.holdsStream = true;
+        if (ctx.http10) {
+            ctx.rawStream = true;
+            ctx.keepAlive = false;
+        }
     }
     int status = ctx.resp.status;
     if (status < 100 || status > 599)
@@ -201,6 +206,12 @@ void CbWriteChunk(void* connId, const char* data, uint32_t length, int32_t mode)
     bool last = mode == WH_CHUNK_LAST;
     if (length == 0 && !last)
         return;  // an empty chunk would end the body: an empty piece is simply skipped
+    if (ctx.rawStream) {
+        ctx.chunkEnded = last;
+        if (length > 0 && data != nullptr)
+            Write(ctx, data, length);
+        return;
+    }
     std::string out;
     out.reserve(length + 24);
     if (length > 0 && data != nullptr) {
@@ -252,6 +263,8 @@ int FinishRequest(RequestCtx& ctx, int handlerResult) {
     }
     if (ctx.chunked && ctx.isHeadMethod) {
         ctx.chunkEnded = true;
+    } else if (ctx.rawStream) {
+        ctx.chunkEnded = true;  // the close that follows ends it
     } else if (ctx.chunked && !ctx.chunkEnded && !ctx.refused) {
         static const char kEnd[] = "0\r\n\r\n";
         ctx.chunkEnded = Write(ctx, kEnd, sizeof(kEnd) - 1);

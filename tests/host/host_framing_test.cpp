@@ -164,6 +164,24 @@ TEST_F(HostFramingTest, EventStreamPiecesArriveApartAndTheConnectionIsReused) {
     }
 }
 
+TEST_F(HostFramingTest, EventStreamToAnHttp10ClientEndsWithTheConnection) {
+    HttpConn conn(Port());
+    ASSERT_TRUE(conn.Send("GET /t/stream HTTP/1.0\r\nHost: x\r\n\r\n"));
+    HttpResponse r;
+    ASSERT_TRUE(conn.ReadHead(r));
+    EXPECT_EQ(200, r.status);
+    EXPECT_EQ("", r.Header("Transfer-Encoding"));  // HTTP/1.0 knows no chunks
+    EXPECT_EQ("", r.Header("Content-Length"));
+    EXPECT_EQ("close", r.Header("Connection"));
+    // The first piece arrives while the handler waits for /t/release.
+    for (int i = 0; i < 100 && conn.Pending().size() < 11; ++i)
+        conn.ClosedByPeer(20);
+    EXPECT_EQ("data: one\n\n", conn.Pending());
+    ASSERT_EQ("released", wh_test::Fetch(Port(), "/t/release").body);
+    EXPECT_TRUE(conn.ClosedByPeer(5000));
+    EXPECT_EQ("data: one\n\ndata: two\n\ndata: end\n\n", conn.Pending());
+}
+
 TEST_F(HostFramingTest, RecordHoldsPathQueryHeadersAndPeer) {
     HttpResponse r = wh_test::Fetch(Port(), "//t/record?a=1&b=%41",
                                     "Cookie: x=1; qvsessionid=abc\r\nReferer: http://ref/page\r\n"
