@@ -27,8 +27,9 @@ void ConsoleLoopback::SetUpTestSuite() {
 
 void ConsoleLoopback::TearDownTestSuite() {
     // A clean stop (status 0) also means no sanitizer report at exit.
-    if (s_host != nullptr)
+    if (s_host != nullptr) {
         EXPECT_EQ(0, s_host->Terminate(10)) << s_host->Stderr();
+    }
     delete s_host;
     delete s_tree;
     s_host = nullptr;
