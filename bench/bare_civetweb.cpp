@@ -89,7 +89,7 @@ int main(int argc, char** argv) {
                              "enable_keep_alive",
                              "yes",
                              "keep_alive_timeout_ms",
-                             "1000",
+                             "500",
                              nullptr};
     mg_callbacks callbacks;
     std::memset(&callbacks, 0, sizeof(callbacks));

@@ -24,7 +24,7 @@ struct HostConfig {
     int workerThreads = 64;            // [main] WorkerThreads
     int maxEventStreams = 16;          // [main] MaxEventStreams (must stay below WorkerThreads)
     long long maxBodyBytes = 1048576;  // [main] MaxBodyBytes: larger request bodies get 413
-    int keepAliveMs = 1000;            // [main] KeepAliveMs: idle time of a kept-alive connection
+    int keepAliveMs = 500;             // [main] KeepAliveMs: idle time of a kept-alive connection
     int requestTimeoutMs = 30000;      // [main] RequestTimeoutMs: socket read/write time-out
     bool accessLog = true;             // [main] AccessLog: 1 writes the access log, 0 does not
     std::vector<std::string> trustedProxies;  // [main] TrustedProxies: addresses, "," or " "
