@@ -18,8 +18,9 @@
 #include "session/SessionApi.h"
 #include "session/WebSession.h"
 
-// Defined with the objects it guards (session/Globals.cpp).
+// Defined with the objects they guard (session/Globals.cpp, db/GrossHandlePool.cpp).
 extern std::atomic<bool> g_bSessionGlobalsBuilt;
+extern std::atomic<bool> g_bGrossHandlePoolBuilt;
 
 namespace {
 
@@ -30,9 +31,10 @@ std::atomic<bool> g_bInitDataDone{false};
 void* Session_InitData(void* /*unused*/) {
     // Let the host finish loading the library (and its later global objects) first.
     ::usleep(1000000);
-    // The session and token objects are certainly built by now; waiting for their mark also
-    // makes that order visible to the thread (and to the thread sanitizer).
-    while (!g_bSessionGlobalsBuilt.load(std::memory_order_acquire)) {
+    // The session and token objects and the handle pools are certainly built by now; waiting
+    // for their marks also makes that order visible to the thread (and to the thread sanitizer).
+    while (!g_bSessionGlobalsBuilt.load(std::memory_order_acquire) ||
+           !g_bGrossHandlePoolBuilt.load(std::memory_order_acquire)) {
         ::usleep(10000);
     }
     std::printf("Session Begin InitData\n");
