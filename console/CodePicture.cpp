@@ -1,11 +1,11 @@
 // The verification-code picture: an SVG with the code's characters jittered (position, angle,
 // size, colour) over noise lines and dots, so that the code is read by eye rather than copied
 // as text.
-#include "console/CodePicture.h"
-
 #include <sys/random.h>
 
 #include <cstdio>
+
+#include "console/ConsoleHandlers.h"
 
 namespace console {
 

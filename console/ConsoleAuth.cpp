@@ -5,7 +5,6 @@
 #include <algorithm>
 #include <cctype>
 
-#include "console/CodePicture.h"
 #include "console/ConsoleCommon.h"
 #include "console/ConsoleRecords.h"
 #include "console/ConsoleUsers.h"

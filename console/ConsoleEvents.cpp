@@ -16,7 +16,6 @@
 #include <mutex>
 
 #include "console/ConsoleCommon.h"
-#include "console/ConsoleEvents.h"
 #include "console/ConsoleHandlers.h"
 #include "db/QvHandle.h"
 #include "host/WhModule.h"

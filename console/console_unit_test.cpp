@@ -6,8 +6,7 @@
 #include <memory>
 #include <string>
 
-#include "console/CodePicture.h"
-#include "console/ConsoleEvents.h"
+#include "console/ConsoleHandlers.h"
 #include "console/ConsoleUsers.h"
 
 namespace {
