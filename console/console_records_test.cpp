@@ -2,6 +2,8 @@
 // names with their worded refusals and what reaches the database, and the live event stream with
 // its resumption through Last-Event-ID.
 #include <chrono>
+#include <memory>
+#include <vector>
 
 #include "console/ConsoleTestHost.h"
 
@@ -133,6 +135,26 @@ TEST_F(ConsoleLoopback, EventsFromTheQueueReachTheStreamAndResumeAfterLastEventI
     std::string got = ReadUntil(again, res, "raw text");
     EXPECT_NE(got.find("raw text"), std::string::npos) << got;
     EXPECT_EQ(got.find("first #"), std::string::npos) << got;
+}
+
+// Popping takes a message out of the queue for good; every open page must still see every event.
+TEST_F(ConsoleLoopback, EveryOpenStreamGetsEveryEvent) {
+    const std::string session = LogIn();
+    const int port = s_host->Port();
+    std::vector<std::unique_ptr<wh_test::HttpConn>> conns;
+    std::vector<HttpResponse> heads(3);
+    for (int i = 0; i < 3; ++i) {
+        conns.push_back(std::make_unique<wh_test::HttpConn>(port));
+        ASSERT_TRUE(conns.back()->Get("/api/events", "Cookie: " + session + "\r\n"));
+        ASSERT_TRUE(conns.back()->ReadHead(heads[i]));
+    }
+    Run("eventgen", {"--message", "fan", "--count", "5", "--interval-ms", "20"});
+    for (int i = 0; i < 3; ++i) {
+        std::string got = ReadUntil(*conns[i], heads[i], "fan #5");
+        for (int n = 1; n <= 5; ++n)
+            EXPECT_NE(got.find("\"fan #" + std::to_string(n) + "\""), std::string::npos)
+                << "stream " << i << " misses event " << n << ": " << got;
+    }
 }
 
 TEST_F(ConsoleLoopback, AStreamEndsSoonAfterItsSessionEnds) {
