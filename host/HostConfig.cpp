@@ -76,7 +76,7 @@ bool ReadInt(const std::map<std::string, std::string>& main, const char* key, lo
 }
 
 bool ReadModule(const std::string& name, const std::string& value, const std::string& install,
-                ModuleSpec& out, const std::string& file, std::string& error) {
+                ModuleEntry& out, const std::string& file, std::string& error) {
     std::vector<std::string> parts = SplitList(value);
     if (parts.size() != 2 || parts[1][0] != '/') {
         error = file + ": [modules] " + name + " = \"" + value +
@@ -171,17 +171,17 @@ bool LoadHostConfig(const std::string& installPath, const std::string& iniPath, 
     ini.GetSection("modules", modules);
     out.modules.clear();
     for (const auto& m : modules) {
-        ModuleSpec spec;
-        if (!ReadModule(m.first, m.second, installPath, spec, iniPath, error))
+        ModuleEntry entry;
+        if (!ReadModule(m.first, m.second, installPath, entry, iniPath, error))
             return false;
-        for (const ModuleSpec& other : out.modules) {
-            if (other.prefix == spec.prefix) {
-                error = iniPath + ": [modules] " + other.name + " and " + spec.name +
-                        " both serve the prefix \"" + spec.prefix + "\"";
+        for (const ModuleEntry& other : out.modules) {
+            if (other.prefix == entry.prefix) {
+                error = iniPath + ": [modules] " + other.name + " and " + entry.name +
+                        " both serve the prefix \"" + entry.prefix + "\"";
                 return false;
             }
         }
-        out.modules.push_back(spec);
+        out.modules.push_back(entry);
     }
     return true;
 }

@@ -7,7 +7,7 @@
 namespace wh {
 
 // One handler module to load: the [modules] key, its file and the URL prefix it serves.
-struct ModuleSpec {
+struct ModuleEntry {
     std::string name;    // the key in [modules], used in messages
     std::string file;    // as configured
     std::string path;    // resolved: absolute, or <install>/lib/<file>
@@ -28,7 +28,7 @@ struct HostConfig {
     int requestTimeoutMs = 30000;      // [main] RequestTimeoutMs: socket read/write time-out
     bool accessLog = true;             // [main] AccessLog: 1 writes the access log, 0 does not
     std::vector<std::string> trustedProxies;  // [main] TrustedProxies: addresses, "," or " "
-    std::vector<ModuleSpec> modules;          // [modules] name = file prefix
+    std::vector<ModuleEntry> modules;          // [modules] name = file prefix
 };
 
 // What the command line asks for.

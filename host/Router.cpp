@@ -61,25 +61,25 @@ std::vector<std::string> Router::MountPoints() const {
 }
 
 bool Router::LoadModules(const HostConfig& config, const WhRegistry& services, std::string& error) {
-    for (const ModuleSpec& spec : config.modules) {
+    for (const ModuleEntry& entry : config.modules) {
         // RTLD_NOW: a module with a missing symbol fails here, at start, not on a request.
-        void* lib = ::dlopen(spec.path.c_str(), RTLD_NOW | RTLD_LOCAL);
+        void* lib = ::dlopen(entry.path.c_str(), RTLD_NOW | RTLD_LOCAL);
         if (lib == nullptr) {
             const char* why = ::dlerror();
-            error = "cannot load module \"" + spec.name + "\" from " + spec.path + ": " +
+            error = "cannot load module \"" + entry.name + "\" from " + entry.path + ": " +
                     (why != nullptr ? why : "unknown error");
             return false;
         }
         auto entry = reinterpret_cast<WhModuleRegisterFn>(::dlsym(lib, WH_MODULE_ENTRY));
         if (entry == nullptr) {
-            error = "module \"" + spec.name + "\" (" + spec.path + ") does not export " +
+            error = "module \"" + entry.name + "\" (" + entry.path + ") does not export " +
                     WH_MODULE_ENTRY;
             return false;
         }
         auto holder = std::make_unique<ModuleRegistry>();
         holder->router = this;
-        holder->name = spec.name;
-        holder->prefix = spec.prefix;
+        holder->name = entry.name;
+        holder->prefix = entry.prefix;
         holder->installPath = config.installPath;
         holder->reg = services;
         holder->reg.apiVersion = WH_MODULE_API_VERSION;
@@ -91,11 +91,11 @@ bool Router::LoadModules(const HostConfig& config, const WhRegistry& services, s
         int rc = entry(&holder->reg);
         m_bRegistering = false;
         if (rc != 0) {
-            error = "module \"" + spec.name + "\" (" + spec.path +
+            error = "module \"" + entry.name + "\" (" + entry.path +
                     ") refused to start: " + WH_MODULE_ENTRY + " returned " + std::to_string(rc);
             return false;
         }
-        m_vecMountPoints.push_back(spec.prefix.empty() ? "/" : spec.prefix);
+        m_vecMountPoints.push_back(entry.prefix.empty() ? "/" : entry.prefix);
         m_vecRegistries.push_back(std::move(holder));
         // The library stays loaded for the life of the process: handlers may run until the end.
     }
