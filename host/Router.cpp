@@ -70,8 +70,8 @@ bool Router::LoadModules(const HostConfig& config, const WhRegistry& services, s
                     (why != nullptr ? why : "unknown error");
             return false;
         }
-        auto entry = reinterpret_cast<WhModuleRegisterFn>(::dlsym(lib, WH_MODULE_ENTRY));
-        if (entry == nullptr) {
+        auto registerFn = reinterpret_cast<WhModuleRegisterFn>(::dlsym(lib, WH_MODULE_ENTRY));
+        if (registerFn == nullptr) {
             error = "module \"" + entry.name + "\" (" + entry.path + ") does not export " +
                     WH_MODULE_ENTRY;
             return false;
@@ -88,7 +88,7 @@ bool Router::LoadModules(const HostConfig& config, const WhRegistry& services, s
         holder->reg.addHandler = &AddHandlerThunk;
         holder->reg.hostData = holder.get();
         m_bRegistering = true;
-        int rc = entry(&holder->reg);
+        int rc = registerFn(&holder->reg);
         m_bRegistering = false;
         if (rc != 0) {
             error = "module \"" + entry.name + "\" (" + entry.path +
