@@ -12,9 +12,7 @@ async function start() {
   applyTexts();
   document.getElementById('lang').addEventListener('click', toggleLang);
   document.getElementById('code-img').addEventListener('click', reloadPicture);
-  const reason = new URLSearchParams(location.search).get('reason');
-  if (reason === 'timeout') showMessage(t('msg_timeout'), false);
-  if (reason === 'logout') showMessage(t('msg_logged_out'), true);
+  showReason();
   const state = await api('state');
   if (state.ok && state.data.loggedIn) {
     location.replace('/console/app.html');
@@ -46,9 +44,14 @@ document.getElementById('login-form').addEventListener('submit', async (ev) => {
   if (!document.getElementById('code-row').hidden) reloadPicture();
 });
 
-document.addEventListener('langchange', () => {
+// Why the visitor is here, in the current language.
+function showReason() {
   const reason = new URLSearchParams(location.search).get('reason');
   if (reason === 'timeout') showMessage(t('msg_timeout'), false);
-});
+  if (reason === 'logout') showMessage(t('msg_logged_out'), true);
+  document.getElementById('code-img').alt = t('code');
+}
+
+document.addEventListener('langchange', showReason);
 
 start();
