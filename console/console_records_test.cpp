@@ -62,7 +62,10 @@ TEST_F(ConsoleLoopback, CompanyCcuAndLoginNameRoundTrip) {
                "company=acme&ccu=u1&label=rack%201&connectstat=1&useddev=5&usedmon=9");
     ASSERT_EQ(v["status"].asString(), "success") << v.toStyledString();
     // An edit replaces the parameters (level goes) and keeps the CCU.
-    v = Change(session, "/api/company/save", "id=acme&mode=edit&params=region%3Dsouth");
+    // Values keep any text (here UTF-8 Chinese, percent-encoded as a browser sends it).
+    v = Change(
+        session, "/api/company/save",
+        "id=acme&mode=edit&params=region%3Dsouth%0Aname%3D%E5%8C%97%E6%96%B9%E5%85%AC%E5%8F%B8");
     ASSERT_EQ(v["status"].asString(), "success") << v.toStyledString();
     ASSERT_EQ(Change(session, "/api/loginname/save", "name=bob&company=acme")["status"].asString(),
               "success");
@@ -78,6 +81,7 @@ TEST_F(ConsoleLoopback, CompanyCcuAndLoginNameRoundTrip) {
             acme = c;
     ASSERT_TRUE(acme.isObject()) << list.toStyledString();
     EXPECT_EQ(acme["params"]["region"].asString(), "south");
+    EXPECT_EQ(acme["params"]["name"].asString(), "北方公司");
     EXPECT_FALSE(acme["params"].isMember("level"));
     ASSERT_EQ(acme["ccus"].size(), 1u);
     EXPECT_EQ(acme["ccus"][0]["label"].asString(), "rack 1");
