@@ -16,28 +16,37 @@ cmake --build "$build" -j "${JOBS:-$(nproc)}" --target webharbour bsctl console
 
 tree="$(cd "$build" && pwd)/tree"
 bsctl() { "$tree/bin/bsctl" "$@" 2>/dev/null; }
+# A seeding step: quiet when it works, its own words and a stop when it does not.
+seed() {
+  local out
+  if ! out="$("$tree/bin/$@" 2>&1)"; then
+    echo "run-console: seeding failed: $*" >&2
+    echo "$out" >&2
+    exit 1
+  fi
+}
 password="${CONSOLE_DEMO_PASSWORD:-harbour-demo-8121}"
 
 # Each part of the demo is seeded only while it is missing, so data entered through the console
 # survives a restart and nothing is seeded twice.
 if [ -z "$(bsctl code list)" ]; then
   # The library loads the codes at start-up and hands them out at random, one per log-in form.
-  bsctl code seed 3kx7 m9qa 7fh2 pw4d x8ne c2rv t6bz 5jmu h4yc q7sg >/dev/null
+  seed bsctl code seed 3kx7 m9qa 7fh2 pw4d x8ne c2rv t6bz 5jmu h4yc q7sg
   echo "run-console: seeded 10 verification codes"
 fi
 if [ -z "$(bsctl company list)" ]; then
-  bsctl company add demo qv_companytype:int32=1 region=east contact=ops@demo.example >/dev/null
-  bsctl ccu add demo ccu-01 --label "demo rack 1" --connectstat 1 --useddev 12 --usedmon 30 >/dev/null
+  seed bsctl company add demo qv_companytype:int32=1 region=east contact=ops@demo.example
+  seed bsctl ccu add demo ccu-01 --label "demo rack 1" --connectstat 1 --useddev 12 --usedmon 30
   echo "run-console: seeded the company 'demo' with the CCU 'ccu-01'"
 fi
 if ! bsctl login show admin >/dev/null; then
-  bsctl login add admin demo >/dev/null
+  seed bsctl login add admin demo
   echo "run-console: seeded the login name 'admin' of company 'demo'"
 fi
 demo_password_set=0
 if ! "$tree/bin/consoleuser" check admin "$password" >/dev/null 2>&1; then
   if [ -z "$("$tree/bin/bsctl" tree show saas consoleuser admin 2>/dev/null)" ]; then
-    "$tree/bin/consoleuser" set admin "$password" >/dev/null
+    seed consoleuser set admin "$password"
     demo_password_set=1
   fi
 fi
