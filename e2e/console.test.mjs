@@ -6,7 +6,8 @@
 // Log-in refusals (wrong password, wrong code) and the log-in with the code the picture shows,
 // the language switch, a company with a CCU and a login name added through the pages, a live
 // event from eventgen arriving on the event page, log-out, the way back to the log-in page with a
-// message once the session is gone (in a second tab too), and a clean stop of webharbour while
+// message once the session is gone (in a second tab too, after its event stream was refused as
+// one too many), and a clean stop of webharbour while
 // an event page streams. Exit status 0 when every check passed.
 import { chromium } from 'playwright-core';
 import { spawn, execFileSync } from 'node:child_process';
@@ -37,6 +38,11 @@ function copyTree() {
     filter: (src) => !skip.some((s) => src.startsWith(s)),
   });
   for (const d of ['middle/data', 'middle/log', 'webharbour/hdoc/tmp']) fs.mkdirSync(path.join(tree, d), { recursive: true });
+  // One event stream at a time, so that the test meets the refusal of a second one.
+  const ini = path.join(tree, 'webharbour/middle.ini');
+  const text = fs.readFileSync(ini, 'utf8');
+  assert.match(text, /^MaxEventStreams=/m);
+  fs.writeFileSync(ini, text.replace(/^MaxEventStreams=.*$/m, 'MaxEventStreams=1'));
 }
 
 function run(bin, ...args) {
@@ -178,12 +184,13 @@ async function main() {
     .some((r) => r.textContent.includes(m) && r.textContent.includes('web-7')), marker, { timeout: 15000 });
   step('live event arrived');
 
-  // A second tab watching the events: when the session ends it must go back to log in too.
+  // A second tab wanting the events too: the host allows one stream here, so the tab is refused
+  // and says so; when the session ends it must go back to log in as well.
   const watcher = await context.newPage();
   watcher.on('pageerror', (e) => pageErrors.push(e.message));
   await watcher.goto(base + '/console/app.html');
   await watcher.click('button[data-tab="events"]');
-  await watcher.waitForFunction(() => /Connected/.test(document.getElementById('stream-state').textContent));
+  await watcher.waitForFunction(() => /refused the event stream/.test(document.getElementById('stream-state').textContent));
 
   // Log-out, then the console sends the visitor back to log in, saying why.
   await page.click('#logout');
@@ -195,7 +202,7 @@ async function main() {
   await expectMessage(page, /session timed out/);
   const refused = await (await page.request.get(base + '/api/companies')).json();
   assert.equal(refused.status, 'SessionTimeOut');
-  await watcher.waitForURL('**/console/login.html?reason=timeout', { timeout: 20000 });
+  await watcher.waitForURL('**/console/login.html?reason=timeout', { timeout: 30000 });
   await watcher.close();
   step('logged out; the pages, the other tab\'s event stream and the handlers refuse the old session');
 

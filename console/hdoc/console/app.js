@@ -121,11 +121,19 @@ function openStream() {
     try { addEvent(JSON.parse(m.data)); } catch (e) { addEvent({ severity: 'unknown', message: m.data }); }
   });
   stream.onerror = async () => {
-    state.dataset.t = 'stream_retry';
-    state.textContent = t('stream_retry');
-    // A stream refused for a timed-out session is not an event stream: find out and say so.
+    const source = stream;
+    // The browser retries a dropped stream by itself; one it could not open at all (refused
+    // for a timed-out session, or because too many are open) stays closed.
+    const closed = source.readyState === EventSource.CLOSED;
+    state.dataset.t = closed ? 'stream_refused' : 'stream_retry';
+    state.textContent = t(state.dataset.t);
     const s = await api('state');
-    if (s.ok && !s.data.loggedIn) { stream.close(); toLogin('timeout'); }
+    if (s.ok && !s.data.loggedIn) { source.close(); toLogin('timeout'); return; }
+    if (closed) {
+      source.close();
+      stream = null;
+      setTimeout(() => { if (!document.getElementById('tab-events').hidden) openStream(); }, 10000);
+    }
   };
 }
 
