@@ -138,6 +138,11 @@ int HandleLogin(st_wh_info* info, void*) {
     if (LoginCompany(user, company) != 0)
         return ReplyErrorId(info, "no_company");
 
+    // A log-in from a browser that still holds a session replaces it rather than leaving it to
+    // idle out.
+    const std::string previous = BSCheckQvSession(info);
+    if (!previous.empty())
+        BSEraseSession(previous);
     std::string id = RandomHex(16);
     BSAddSession(id, user, company, 1, 0, GetPeerIP(info));
     if (id.empty() || PersistSession(id, user, company) != 0)

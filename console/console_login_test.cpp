@@ -88,6 +88,18 @@ TEST_F(ConsoleLoopback, LogInSetsAStrictSessionCookieAndPersistsTheSession) {
     EXPECT_NE(status, 0);
 }
 
+TEST_F(ConsoleLoopback, ALogInReplacesTheSessionTheBrowserHeld) {
+    const std::string first = LogIn();
+    ASSERT_FALSE(first.empty());
+    HttpResponse res = Post("/api/login", first + "; " + CodeKey() + "; " + FreshToken(),
+                            std::string("user=admin&password=right-pass&code=") + kCode);
+    const std::string second = CookieSet(res, "qvsessionid");
+    ASSERT_FALSE(second.empty()) << res.body;
+    EXPECT_NE(first, second);
+    EXPECT_EQ(JsonOf(Call("/api/companies", first))["status"].asString(), "SessionTimeOut");
+    EXPECT_EQ(JsonOf(Call("/api/companies", second))["status"].asString(), "success");
+}
+
 TEST_F(ConsoleLoopback, PagesWithoutASessionAnswerSessionTimeOut) {
     for (const char* target : {"/api/companies", "/api/logins", "/api/events"})
         EXPECT_EQ(JsonOf(Call(target, "qvsessionid=unknown"))["status"].asString(),
