@@ -182,7 +182,13 @@ async function main() {
   run('eventgen', '--company', 'acme-e2e', '--host', 'web-7', '--severity', 'critical', '--message', marker);
   await page.waitForFunction((m) => [...document.querySelectorAll('#event-table tbody tr')]
     .some((r) => r.textContent.includes(m) && r.textContent.includes('web-7')), marker, { timeout: 15000 });
-  step('live event arrived');
+  const visibleRows = () => page.evaluate((m) => [...document.querySelectorAll('#event-table tbody tr')]
+    .filter((r) => !r.hidden && r.textContent.includes(m)).length, marker);
+  await page.fill('#event-filter', 'no-such-host');
+  assert.equal(await visibleRows(), 0, 'the filter hides events that do not match');
+  await page.fill('#event-filter', 'WEB-7');
+  assert.equal(await visibleRows(), 1, 'and shows those that do, regardless of case');
+  step('live event arrived and the filter works');
 
   // A second tab wanting the events too: the host allows one stream here, so the tab is refused
   // and says so; when the session ends it must go back to log in as well.

@@ -108,8 +108,18 @@ function addEvent(ev) {
   const row = el('tr', { class: 'sev-' + String(ev.severity).toLowerCase().replace(/[^a-z]/g, '') },
     el('td', {}, ev.time), el('td', {}, ev.company), el('td', {}, ev.host),
     el('td', {}, ev.severity), el('td', {}, ev.message));
+  row.hidden = !matchesFilter(row);
   body.prepend(row);
   while (body.rows.length > 300) body.deleteRow(body.rows.length - 1);
+}
+
+function matchesFilter(row) {
+  const words = document.getElementById('event-filter').value.trim().toLowerCase();
+  return !words || row.textContent.toLowerCase().includes(words);
+}
+
+function applyFilter() {
+  document.querySelectorAll('#event-table tbody tr').forEach((r) => { r.hidden = !matchesFilter(r); });
 }
 
 function openStream() {
@@ -151,6 +161,10 @@ document.querySelectorAll('.tab').forEach((b) => b.addEventListener('click', () 
 document.getElementById('lang').addEventListener('click', toggleLang);
 document.addEventListener('langchange', () => { renderCompanies(); renderLogins(); });
 document.getElementById('company-cancel').addEventListener('click', resetCompanyForm);
+document.getElementById('event-filter').addEventListener('input', applyFilter);
+document.getElementById('event-clear').addEventListener('click', () => {
+  document.querySelector('#event-table tbody').replaceChildren();
+});
 
 document.getElementById('logout').addEventListener('click', async () => {
   const r = await api('logout', {});

@@ -19,7 +19,7 @@ const TEXTS = {
     stream_refused: '服务器拒绝了事件流（可能打开的事件页过多），10 秒后重试',
     msg_timeout: '会话已超时，请重新登录', msg_logged_out: '已退出登录',
     msg_unexpected: '服务器返回了无法识别的应答（HTTP {0}）', msg_network: '无法连接服务器：{0}',
-    logged_in_as: '当前用户', language: 'English', events_hint: '用 eventgen 推送事件，新事件显示在最上面',
+    logged_in_as: '当前用户', filter_hint: '按公司、主机、级别或消息筛选', clear: '清空列表', language: 'English', events_hint: '用 eventgen 推送事件，新事件显示在最上面',
   },
   en: {
     title: 'IT monitoring service - management console', login_title: 'Log in', user: 'User name',
@@ -38,6 +38,7 @@ const TEXTS = {
     stream_refused: 'The server refused the event stream (perhaps too many event pages are open); retrying in 10 s', msg_timeout: 'Your session timed out; please log in again',
     msg_logged_out: 'You have logged out', msg_unexpected: 'The server gave an answer the page cannot read (HTTP {0})',
     msg_network: 'The server cannot be reached: {0}', logged_in_as: 'Logged in as',
+    filter_hint: 'Filter by company, host, severity or message', clear: 'Clear list',
     language: '中文', events_hint: 'Push events with eventgen; the newest stand on top',
   },
 };
