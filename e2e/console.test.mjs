@@ -24,6 +24,7 @@ const work = fs.mkdtempSync(path.join(os.tmpdir(), 'console-e2e-'));
 const tree = path.join(work, 'tree');
 let host = null;
 let context = null;
+let currentPage = null;  // for a picture of the screen when a check fails
 let hostOutput = '';
 
 function step(text) { console.log(`[e2e] ${text}`); }
@@ -108,6 +109,7 @@ async function main() {
       '--disable-background-networking', '--disable-component-update', '--disable-sync'],
   });
   const page = context.pages()[0] || await context.newPage();
+  currentPage = page;
   const pageErrors = [];
   page.on('pageerror', (e) => pageErrors.push(e.message));
 
@@ -240,10 +242,15 @@ try {
   failed = true;
   console.error('[e2e] FAILED:', e && e.stack ? e.stack : e);
   console.error('[e2e] webharbour output:\n' + hostOutput);
+  if (currentPage) {
+    const shot = path.join(work, 'failure.png');
+    await currentPage.screenshot({ path: shot, fullPage: true }).then(
+      () => console.error(`[e2e] screen at the failure: ${shot}`), () => {});
+  }
 } finally {
   if (context) await context.close().catch(() => {});
   await stopHost();
-  if (!process.env.E2E_KEEP) fs.rmSync(work, { recursive: true, force: true });
+  if (!process.env.E2E_KEEP && !failed) fs.rmSync(work, { recursive: true, force: true });
   else console.log(`[e2e] kept ${work}`);
 }
 process.exit(failed ? 1 : 0);
