@@ -13,6 +13,7 @@
 #include <cstdlib>
 #include <ctime>
 #include <deque>
+#include <memory>
 #include <mutex>
 
 #include "console/ConsoleCommon.h"
@@ -74,25 +75,47 @@ bool Running(st_wh_info* info) {
     return g_pHost == nullptr || (g_pHost->isConnectionOk(info) != 0 && g_pHost->isStopping() == 0);
 }
 
+void WaitForRing() {
+    std::unique_lock<std::mutex> lock(g_mutexRing);
+    g_condRing.wait_for(lock, std::chrono::milliseconds(kPopWaitMs));
+}
+
 // One pump turn: pops one message (waiting up to kPopWaitMs) and publishes it. `loc` is the
-// stream's own locator, allocated on its first turn.
-void PumpOnce(CQvHandleLoc& loc, bool& allocated) {
-    if (!allocated) {
-        if (loc.MQdb_Alloc(kDbAddress, kEventQueue, "", 3, 0, kDbPort) != 0) {
-            std::unique_lock<std::mutex> lock(g_mutexRing);
-            g_condRing.wait_for(lock, std::chrono::milliseconds(kPopWaitMs));
+// stream's own locator, made on its first turn and made anew after a failure other than "no
+// message in time" (the queue deleted, the database gone), so that such a failure costs one
+// wait per turn instead of a busy loop.
+void PumpOnce(std::unique_ptr<CQvHandleLoc>& loc) {
+    if (!loc) {
+        loc = std::make_unique<CQvHandleLoc>();
+        if (loc->MQdb_Alloc(kDbAddress, kEventQueue, "", 3, 0, kDbPort) != 0) {
+            loc.reset();
+            WaitForRing();
             return;
         }
-        allocated = true;
     }
     tarn::MemCache msg;
     unsigned int size = 0;
     std::string name;
     long when = 0;
     unsigned long long id = 0;
-    int rc = loc.MQdb_PopMessage(msg, size, name, when, id, kPopWaitMs, false);
-    if (rc == 0)
+    const int rc = loc->MQdb_PopMessage(msg, size, name, when, id, kPopWaitMs, false);
+    if (rc == 0) {
         Publish(NormaliseEvent(std::string(msg.GetBuffer(), size), when));
+    } else if (rc != BS_ERR_TIMEOUT) {
+        if (loc->ReplaceHandle() != 0)
+            loc.reset();
+        WaitForRing();
+    }
+}
+
+// A queue handle held for a long stream does not notice its database file being removed or
+// replaced (restored from a backup, say): it would wait on the old file for ever. The handle's
+// keep-alive probe tells, and the handle is opened anew on the current file.
+void CheckQueueHandle(std::unique_ptr<CQvHandleLoc>& loc) {
+    if (!loc || loc->GetConfHandle() == nullptr)
+        return;
+    if (bs_handle_keep_live(loc->GetConfHandle()->GetHandle()) != 0 && loc->ReplaceHandle() != 0)
+        loc.reset();
 }
 
 }  // namespace
@@ -155,8 +178,7 @@ int HandleEvents(st_wh_info* info, void*) {
     // The first piece sends the head; the browser waits 3 s before it reconnects.
     work.SendInfoToWeb(info, "retry: 3000\n\n", 2, true, 0, "");
     int chunk = 1;
-    CQvHandleLoc loc;
-    bool allocated = false;
+    std::unique_ptr<CQvHandleLoc> loc;
     auto lastSent = std::chrono::steady_clock::now();
     auto lastCheck = lastSent;
     while (Running(info)) {
@@ -172,6 +194,7 @@ int HandleEvents(st_wh_info* info, void*) {
             // the browser's reconnect then meets the gate and is sent back to log in.
             if (BSWhetherSessionIdTimeOut(BSCheckQvSession(info)))
                 break;
+            CheckQueueHandle(loc);
             lastCheck = now;
         }
         if (now - lastSent > std::chrono::seconds(kKeepAliveSeconds)) {
@@ -180,7 +203,7 @@ int HandleEvents(st_wh_info* info, void*) {
         }
         std::unique_lock<std::mutex> pump(g_mutexPump, std::try_to_lock);
         if (pump.owns_lock()) {
-            PumpOnce(loc, allocated);
+            PumpOnce(loc);
         } else {
             std::unique_lock<std::mutex> lock(g_mutexRing);
             g_condRing.wait_for(lock, std::chrono::milliseconds(kPopWaitMs),

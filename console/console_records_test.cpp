@@ -1,6 +1,8 @@
 // The console's management and event handlers over loopback: companies, CCU records and login
 // names with their worded refusals and what reaches the database, and the live event stream with
 // its resumption through Last-Event-ID.
+#include <unistd.h>
+
 #include <chrono>
 #include <memory>
 #include <vector>
@@ -100,12 +102,18 @@ TEST_F(ConsoleLoopback, CompanyCcuAndLoginNameRoundTrip) {
     EXPECT_NE(status, 0);
 }
 
-// Reads event-stream chunks until `want` appears or the stream stalls; what was read.
-std::string ReadUntil(wh_test::HttpConn& conn, HttpResponse& res, const std::string& want) {
+// Reads event-stream chunks until `want` appears, the stream ends or `seconds` pass (each read
+// gives up after five quiet seconds, so quiet reads are retried until the deadline).
+std::string ReadUntil(wh_test::HttpConn& conn, HttpResponse& res, const std::string& want,
+                      int seconds = 10) {
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(seconds);
     std::string all, piece;
     bool end = false;
-    while (all.find(want) == std::string::npos && conn.ReadChunk(res, piece, end))
-        all += piece;
+    while (all.find(want) == std::string::npos && !end &&
+           std::chrono::steady_clock::now() < deadline) {
+        if (conn.ReadChunk(res, piece, end))
+            all += piece;
+    }
     return all;
 }
 
@@ -159,6 +167,24 @@ TEST_F(ConsoleLoopback, EveryOpenStreamGetsEveryEvent) {
             EXPECT_NE(got.find("\"fan #" + std::to_string(n) + "\""), std::string::npos)
                 << "stream " << i << " misses event " << n << ": " << got;
     }
+}
+
+// The queue's database file replaced under an open stream (restored from a backup, or removed
+// by hand): events pushed into the new file still arrive.
+TEST_F(ConsoleLoopback, AStreamFollowsTheQueueIntoANewDatabaseFile) {
+    const std::string session = LogIn();
+    wh_test::HttpConn conn(s_host->Port());
+    ASSERT_TRUE(conn.Get("/api/events", "Cookie: " + session + "\r\n"));
+    HttpResponse res;
+    ASSERT_TRUE(conn.ReadHead(res));
+    Run("eventgen", {"--message", "before"});
+    ASSERT_NE(ReadUntil(conn, res, "before").find("before"), std::string::npos);
+    const std::string dir = s_tree->Path("middle/data/127.0.0.1_8123/");
+    for (const char* f : {"queues.db", "queues.db-wal", "queues.db-shm"})
+        ::unlink((dir + f).c_str());
+    Run("eventgen", {"--message", "after the new file"});
+    std::string got = ReadUntil(conn, res, "after the new file", 15);
+    EXPECT_NE(got.find("after the new file"), std::string::npos) << got;
 }
 
 TEST_F(ConsoleLoopback, AStreamEndsSoonAfterItsSessionEnds) {
