@@ -92,12 +92,26 @@ std::string Text(st_wh_info* info, const std::string& id) {
     return IsEnglish(info) ? it->second.en : it->second.zh;
 }
 
+// The console's envelopes have the form and text of the library's (styled JSON, keys sorted), but
+// go out as application/json: a browser opening a handler's address directly then shows the
+// data as text and never runs markup that a stored value might hold.
+void SendEnvelope(st_wh_info* info, const Json::Value& envelope) {
+    CBSWork().SendInfoToWeb(info, envelope.toStyledString(), 2, false, 0, "application/json");
+}
+
 void ReplyOk(st_wh_info* info, Json::Value data) {
-    CBSWork().SendSuccessWebSession(info, "success", data, "");
+    Json::Value envelope(Json::objectValue);
+    envelope["status"] = "success";
+    envelope["errmsg"] = "";
+    envelope["data"] = data;
+    SendEnvelope(info, envelope);
 }
 
 void ReplyError(st_wh_info* info, const std::string& message) {
-    CBSWork().SendErrorWebSession(info, "failed", message, "");
+    Json::Value envelope(Json::objectValue);
+    envelope["status"] = "failed";
+    envelope["errmsg"] = message;
+    SendEnvelope(info, envelope);
 }
 
 int ReplyErrorId(st_wh_info* info, const std::string& id, const std::string& detail) {

@@ -76,7 +76,9 @@ TEST_F(ConsoleLoopback, CompanyCcuAndLoginNameRoundTrip) {
             .asString(),
         "success");
 
-    Json::Value list = JsonOf(Call("/api/companies", session));
+    HttpResponse listed = Call("/api/companies", session);
+    EXPECT_EQ(listed.Header("Content-Type"), "application/json;charset=UTF-8");
+    Json::Value list = JsonOf(listed);
     Json::Value acme;
     for (const Json::Value& c : list["data"])
         if (c["id"].asString() == "acme")
