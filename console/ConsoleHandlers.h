@@ -1,5 +1,5 @@
 // The console's request handlers as webharbour calls them (see host/WhModule.h), each running the
-// library's gate first and answering with the JSON envelopes of the response writer; and the
+// library's gate first and answering with JSON envelopes {"status","errmsg","data"}; and the
 // pieces they are built from that tests reach directly: the code picture and the event form.
 #pragma once
 
