@@ -11,11 +11,18 @@ namespace bsapi {
 
 namespace {
 
-std::mutex g_mtxHandles;  // guards g_mapHandles
-std::unordered_map<void*, std::shared_ptr<CApiHandle>> g_mapHandles;
+// The registry and the fault rules live for the whole process and are never destroyed: threads
+// that the host never joins (a library's maintenance thread, say) may still call in while the
+// process runs its exit-time destructors. Handles left open at exit are closed by the system;
+// the engine's files stay consistent without a last close.
+std::mutex& g_mtxHandles = *new std::mutex;  // guards g_mapHandles
+std::unordered_map<void*, std::shared_ptr<CApiHandle>>& g_mapHandles =
+    *new std::unordered_map<void*, std::shared_ptr<CApiHandle>>;
 
-std::mutex g_mtxFaults;                                  // guards g_mapFaults
-std::map<std::string, std::pair<int, int>> g_mapFaults;  // call -> (code, remaining count)
+std::mutex& g_mtxFaults = *new std::mutex;  // guards g_mapFaults
+// call -> (code, remaining count)
+std::map<std::string, std::pair<int, int>>& g_mapFaults =
+    *new std::map<std::string, std::pair<int, int>>;
 std::atomic<bool> g_bAnyFault{false};                    // fast path: no rule installed
 
 }  // namespace

@@ -38,8 +38,10 @@ namespace {
 
 const int kSlots = 1024;
 
-std::mutex g_mtxWake;                        // guards g_mapWake
-std::map<std::string, uint32_t*> g_mapWake;  // wake file path -> mapping (kept for the process)
+// Never destroyed, like the handle registry: a thread still popping at exit keeps its mapping.
+std::mutex& g_mtxWake = *new std::mutex;  // guards g_mapWake
+// wake file path -> mapping (kept for the process)
+std::map<std::string, uint32_t*>& g_mapWake = *new std::map<std::string, uint32_t*>;
 
 uint32_t* WakeCounters(const std::string& path) {
     std::lock_guard<std::mutex> lock(g_mtxWake);
