@@ -226,6 +226,18 @@ int CDbVar::FindMapField(const VarMap& props, const std::string& name) {
     return props.find(name) == props.end() ? 0 : 1;
 }
 
+int CDbVar::GetSomeDataFromProperty(VarMap& props, std::map<std::string, std::string>& fields) {
+    int found = 0;
+    for (auto& field : fields) {
+        auto it = props.find(field.first);
+        if (it == props.end())
+            continue;
+        field.second = VariableDataToString(it->second, 3);
+        ++found;
+    }
+    return found;
+}
+
 // ------------------------------------------------------------------------- serial forms
 
 int CDbVar::SerialVar(char** cursor, int room, VariableData var) {

@@ -39,6 +39,11 @@ public:
                                              VarMap& props);
     // 0 when `name` is absent, 1 when present.
     static int FindMapField(const VarMap& props, const std::string& name);
+    // Reads several properties at once: every name that `fields` holds as a key receives the text
+    // of that property (GetStringFromProperty with precision 3) when the property is present; the
+    // value already in `fields` stands as that name's default otherwise. Returns how many of the
+    // names were present.
+    static int GetSomeDataFromProperty(VarMap& props, std::map<std::string, std::string>& fields);
 
     // Write one value's serial form at *cursor, advance the cursor and return the bytes written;
     // -1 (cursor unchanged) when it does not fit in `room`.

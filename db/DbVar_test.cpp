@@ -139,6 +139,14 @@ TEST_F(DbVarTest, PropertyGettersFallBackToTheDefaultOnlyWhenAbsent) {
     EXPECT_EQ(CDbVar::GetStringFromProperty("missing", "def", props), "def");
     EXPECT_EQ(CDbVar::FindMapField(props, "s"), 1);
     EXPECT_EQ(CDbVar::FindMapField(props, "S"), 0);
+
+    // Several at once: present names get their text, absent ones keep the caller's default.
+    std::map<std::string, std::string> fields{{"n", "?"}, {"d", "?"}, {"missing", "dflt"}};
+    EXPECT_EQ(CDbVar::GetSomeDataFromProperty(props, fields), 2);
+    EXPECT_EQ(fields["n"], "5");
+    EXPECT_EQ(fields["d"], "2.500");
+    EXPECT_EQ(fields["missing"], "dflt");
+    EXPECT_EQ(fields.size(), 3u);
 }
 
 TEST_F(DbVarTest, SingleValuesRoundTripAndRefuseShortRoom) {
