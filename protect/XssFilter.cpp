@@ -35,6 +35,11 @@ void FillTagList() {
         return;
     }
     std::lock_guard<std::mutex> lock(g_mutexTag);
+    // Tested again under the lock: a thread that waited here while another filled the tags must
+    // not rebuild the set that readers may already be using.
+    if (g_bTagsReady.load(std::memory_order_relaxed)) {
+        return;
+    }
     if (g_lstHtTag.empty()) {
         _qvcomm::CStrWork::MakeListByTok(g_h5Tag, g_lstHtTag, ',');
     }
