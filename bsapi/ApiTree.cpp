@@ -15,6 +15,17 @@ int CheckKeyName(const char* name, std::string& out) {
     return rc;
 }
 
+// The names an open or a reopen targets: tree file name, main key and sub-key path.
+int CheckOpenNames(const char* treeName, const char* mainKey, const char* subKey,
+                   std::string& tree, std::string& main, std::vector<std::string>& sub) {
+    int rc = CheckFileName(treeName, tree);
+    if (rc == BS_OK)
+        rc = CheckKeyName(mainKey, main);
+    if (rc == BS_OK)
+        rc = SplitPath(subKey, sub);
+    return rc;
+}
+
 #define BS_TREE(h)                                                    \
     int found_ = BS_OK;                                               \
     std::shared_ptr<CApiHandle> obj = FindHandle(h, HK_TREE, found_); \
@@ -32,11 +43,7 @@ int bs_treedb_open(void*& handle, const char* mainKey, const char* subKey, const
         return BS_ERR_OTHER_NAMES;
     std::string tree, main;
     std::vector<std::string> sub;
-    int rc = CheckFileName(treeName, tree);
-    if (rc == BS_OK)
-        rc = CheckKeyName(mainKey, main);
-    if (rc == BS_OK)
-        rc = SplitPath(subKey, sub);
+    int rc = CheckOpenNames(treeName, mainKey, subKey, tree, main, sub);
     if (rc != BS_OK)
         return rc;
     CEngine* engine = ChosenEngine(rc);
@@ -61,11 +68,7 @@ int bs_treedb_reopen(void*& handle, const char* mainKey, const char* subKey, con
     BS_TREE(handle)
     std::string treeText, main;
     std::vector<std::string> sub;
-    int rc = CheckFileName(treeName, treeText);
-    if (rc == BS_OK)
-        rc = CheckKeyName(mainKey, main);
-    if (rc == BS_OK)
-        rc = SplitPath(subKey, sub);
+    int rc = CheckOpenNames(treeName, mainKey, subKey, treeText, main, sub);
     if (rc != BS_OK)
         return rc;
     rc = tree.Open(obj->m_server, treeText, main, sub, (flags & BS_OPEN_CREATE) != 0);
