@@ -1,1 +1,1 @@
-// Placeholder translation unit: libwebsession.so is assembled from the archives of its parts.
+// The shared library needs one source of its own; its code comes from the objects of its parts.
