@@ -20,6 +20,7 @@ undecorated=(
   BSWhetherSessionIdTimeOut BSCheckQvSession Web_SessionisPastdue GetPeerIP
   Web_SessionInit BSGetTokenCookie BSCheckToken BSAddTokenToCache
   BSWhetherCheckVerifyCode BSGetVerifyToken BSSetVerifyToken BSGetVerifyCode BSCheckVerifyCode
+  BSCheckXSS
 )
 for name in "${undecorated[@]}"; do
   if ! grep -qx -- "$name" <<<"$exported"; then
@@ -55,6 +56,15 @@ for internal in CGWebSession CSessionDb gw_webSession CWebTokenColl g_WebTokenCo
   if grep -q -- "$internal" <<<"$demangled"; then
     echo "FAIL: internal name $internal is exported:"
     grep -- "$internal" <<<"$demangled" | head -5
+    failed=1
+  fi
+done
+
+# The toolkit page handlers use: every class exported whole, and the two digest functions.
+for api in "CBSWork::" "Url::" "CQvHandleLoc::" "CSPropSetObj::" "CDbVar::" "CManageDb::" \
+           "CQvUtil::" "tarn::CIniFile::" "tarn::TimeFace::" "MD5::" "sdigest(" "fdigest("; do
+  if ! grep -qF -- "$api" <<<"$demangled"; then
+    echo "FAIL: toolkit name $api is not exported"
     failed=1
   fi
 done
