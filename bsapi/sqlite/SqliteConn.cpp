@@ -308,6 +308,18 @@ std::string ColumnText(sqlite3_stmt* st, int col) {
                         : std::string(static_cast<const char*>(p), static_cast<size_t>(n));
 }
 
+int StepTexts(sqlite3_stmt* st, sqlite3* db, std::list<std::string>& out) {
+    std::list<std::string> rows;
+    int s;
+    while ((s = sqlite3_step(st)) == SQLITE_ROW)
+        rows.push_back(ColumnText(st, 0));
+    sqlite3_reset(st);
+    if (s != SQLITE_DONE)
+        return MapSqlite(s, db);
+    out.swap(rows);
+    return BS_OK;
+}
+
 void ColumnValue(sqlite3_stmt* st, int col, unsigned char tag, tarn::VariableData& out,
                  bool nullIsNaN) {
     using tarn::VariableData;

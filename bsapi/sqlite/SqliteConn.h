@@ -5,6 +5,7 @@
 #include <sqlite3.h>
 
 #include <atomic>
+#include <list>
 #include <memory>
 #include <string>
 
@@ -80,6 +81,9 @@ int BindText(sqlite3_stmt* st, int index, const std::string& text);
 void ColumnValue(sqlite3_stmt* st, int col, unsigned char tag, tarn::VariableData& out,
                  bool nullIsNaN = false);
 std::string ColumnText(sqlite3_stmt* st, int col);
+// Steps a statement to its end collecting column 0 of every row as text; BS_OK or the mapped
+// error (`out` is then left as it was). The statement is reset.
+int StepTexts(sqlite3_stmt* st, sqlite3* db, std::list<std::string>& out);
 // Steps a statement to its end; BS_OK or the mapped error. The statement is reset.
 int StepDone(sqlite3_stmt* st, sqlite3* db);
 std::string QuoteIdent(const std::string& name);

@@ -54,15 +54,7 @@ public:
             conn->Stmt(0, "SELECT name FROM bs_key WHERE parent=0 ORDER BY name", rc);
         if (st == nullptr)
             return rc;
-        std::list<std::string> out;
-        int s;
-        while ((s = sqlite3_step(st)) == SQLITE_ROW)
-            out.push_back(ColumnText(st, 0));
-        sqlite3_reset(st);
-        if (s != SQLITE_DONE)
-            return MapSqlite(s, conn->Db());
-        names.swap(out);
-        return BS_OK;
+        return StepTexts(st, conn->Db(), names);
     }
 
     int TableDbNames(const CServerAddr& server, std::list<std::string>& names) override {
@@ -82,15 +74,7 @@ public:
         sqlite3_stmt* st = conn->Stmt(0, "SELECT name FROM bs_queue ORDER BY name", rc);
         if (st == nullptr)
             return rc;
-        std::list<std::string> out;
-        int s;
-        while ((s = sqlite3_step(st)) == SQLITE_ROW)
-            out.push_back(ColumnText(st, 0));
-        sqlite3_reset(st);
-        if (s != SQLITE_DONE)
-            return MapSqlite(s, conn->Db());
-        names.swap(out);
-        return BS_OK;
+        return StepTexts(st, conn->Db(), names);
     }
 
 private:

@@ -128,15 +128,7 @@ int CSqliteTree::RenameProperty(const std::string& oldName, const std::string& n
 int CSqliteTree::PropertyNames(std::list<std::string>& names) {
     BS_STMT(st, S_PROP_NAMES)
     sqlite3_bind_int64(st, 1, m_llKeyId);
-    std::list<std::string> out;
-    int s;
-    while ((s = sqlite3_step(st)) == SQLITE_ROW)
-        out.push_back(ColumnText(st, 0));
-    sqlite3_reset(st);
-    if (s != SQLITE_DONE)
-        return MapSqlite(s, m_pConn->Db());
-    names.swap(out);
-    return BS_OK;
+    return StepTexts(st, m_pConn->Db(), names);
 }
 
 int CSqliteTree::AllProperties(std::map<std::string, VariableData>& values) {

@@ -183,16 +183,13 @@ int CSqliteTree::SubKeys(std::list<std::string>& names) {
     BS_STMT(st, S_CHILDREN)
     sqlite3_bind_int64(st, 1, m_llKeyId);
     std::list<std::string> out;
-    int s;
-    while ((s = sqlite3_step(st)) == SQLITE_ROW)
-        out.push_back(ColumnText(st, 0));
-    sqlite3_reset(st);
-    if (s != SQLITE_DONE)
-        return MapSqlite(s, m_pConn->Db());
+    int listed = StepTexts(st, m_pConn->Db(), out);
+    if (listed != BS_OK)
+        return listed;
     if (out.empty()) {
         BS_STMT(ex, S_KEY_EXISTS)
         sqlite3_bind_int64(ex, 1, m_llKeyId);
-        s = sqlite3_step(ex);
+        int s = sqlite3_step(ex);
         sqlite3_reset(ex);
         if (s == SQLITE_DONE)
             return KeyGone();
