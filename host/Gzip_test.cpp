@@ -6,23 +6,11 @@
 
 #include <cstring>
 
+#include "tests/support/Gunzip.h"
+
 namespace {
 
-std::string Gunzip(const std::string& in) {
-    z_stream zs;
-    std::memset(&zs, 0, sizeof(zs));
-    if (inflateInit2(&zs, 15 + 16) != Z_OK)
-        return "<init failed>";
-    std::string out(in.size() * 20 + 64, '\0');
-    zs.next_in = reinterpret_cast<Bytef*>(const_cast<char*>(in.data()));
-    zs.avail_in = static_cast<uInt>(in.size());
-    zs.next_out = reinterpret_cast<Bytef*>(&out[0]);
-    zs.avail_out = static_cast<uInt>(out.size());
-    int rc = inflate(&zs, Z_FINISH);
-    out.resize(out.size() - zs.avail_out);
-    inflateEnd(&zs);
-    return rc == Z_STREAM_END ? out : "<inflate failed>";
-}
+using ws_test::Gunzip;
 
 TEST(GzipTest, AcceptEncodingRule) {
     const struct {
