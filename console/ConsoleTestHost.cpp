@@ -43,7 +43,7 @@ std::string ConsoleLoopback::Tool(const std::string& name) {
 std::string ConsoleLoopback::Run(const std::string& tool, const std::vector<std::string>& args,
                                  int* status) {
     int rc = -1;
-    std::string out = ws_test::RunAndCapture(Tool(tool), args, &rc);
+    std::string out = wh_test::RunAsServingUser(Tool(tool), args, &rc);
     if (status != nullptr)
         *status = rc;
     else

@@ -24,15 +24,17 @@ AccessLog::~AccessLog() {
     Close();
 }
 
-bool AccessLog::Open(const std::string& directory, bool enabled, std::string& error) {
+bool AccessLog::Open(const std::string& directory, bool enabled, long long maxBytes,
+                     std::string& error) {
     m_strDir = directory;
+    m_nMaxBytes = maxBytes;
     m_bEnabled = enabled;
     if (!enabled)
         return true;
     std::string cur;
     for (size_t i = 0; i <= directory.size(); ++i) {
         if (i == directory.size() || directory[i] == '/') {
-            if (!cur.empty() && ::mkdir(cur.c_str(), 0755) != 0 && errno != EEXIST) {
+            if (!cur.empty() && ::mkdir(cur.c_str(), 0750) != 0 && errno != EEXIST) {
                 error = "cannot create the log directory " + cur + ": " + std::strerror(errno);
                 return false;
             }
@@ -52,12 +54,29 @@ void AccessLog::FlusherLoop() {
     }
 }
 
+void AccessLog::OpenFileLocked() {
+    // A restart within the day goes on with the day's last part.
+    m_nPart = 0;
+    struct stat st;
+    while (::stat(PathFor(m_strDay.c_str(), m_nPart + 1).c_str(), &st) == 0)
+        ++m_nPart;
+    m_nFd = ::open(PathFor(m_strDay.c_str(), m_nPart).c_str(),
+                   O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0640);
+    m_nFileBytes = m_nFd >= 0 && ::fstat(m_nFd, &st) == 0 ? st.st_size : 0;
+}
+
 void AccessLog::FlushLocked() {
     if (m_strPending.empty())
         return;
-    if (m_nFd < 0) {
-        m_nFd = ::open(PathFor(m_strDay.c_str()).c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC,
-                       0644);
+    if (m_nFd < 0)
+        OpenFileLocked();
+    if (m_nFd >= 0 && m_nMaxBytes > 0 && m_nFileBytes > 0 &&
+        m_nFileBytes + static_cast<long long>(m_strPending.size()) > m_nMaxBytes) {
+        ::close(m_nFd);
+        ++m_nPart;
+        m_nFd = ::open(PathFor(m_strDay.c_str(), m_nPart).c_str(),
+                       O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0640);
+        m_nFileBytes = 0;
     }
     if (m_nFd >= 0) {
         // O_APPEND keeps whole lines even with another writer on the file.
@@ -68,6 +87,7 @@ void AccessLog::FlushLocked() {
                 break;  // a log that cannot be written is skipped; the requests were answered
             done += static_cast<size_t>(n);
         }
+        m_nFileBytes += static_cast<long long>(done);
     }
     m_strPending.clear();
 }
@@ -97,8 +117,9 @@ void AccessLog::Close() {
     m_nFd = -1;
 }
 
-std::string AccessLog::PathFor(const char* day) const {
-    return m_strDir + "/webharbour_access" + day + ".log";
+std::string AccessLog::PathFor(const char* day, int part) const {
+    return m_strDir + "/webharbour_access" + day + (part > 0 ? "_" + std::to_string(part) : "") +
+           ".log";
 }
 
 std::string AccessLog::CurrentPath() const {
@@ -107,7 +128,7 @@ std::string AccessLog::CurrentPath() const {
     struct tm local;
     localtime_r(&now, &local);
     std::strftime(day, sizeof(day), "%Y%m%d", &local);
-    return PathFor(day);
+    return PathFor(day, 0);
 }
 
 void AccessLog::Write(const char* peer, const char* method, const char* path, int status,

@@ -6,6 +6,7 @@
 #include <cstring>
 
 #include "host/Gzip.h"
+#include "host/Metrics.h"
 #include "host/Request.h"
 #include "host/Server.h"
 
@@ -57,7 +58,7 @@ bool CbGetServerVariable(void* connId, int32_t var, char* buf, uint32_t* size) {
     if (ctx == nullptr || buf == nullptr || size == nullptr || var != WH_VAR_PEER_ADDRESS)
         return false;
     const char* forwarded = mg_get_header(ctx->conn, "X-Forwarded-For");
-    std::string peer = ClientAddress(*ctx->shared->config, ctx->ri->remote_addr,
+    std::string peer = ClientAddress(ctx->shared->config->trustedProxies, ctx->ri->remote_addr,
                                      forwarded != nullptr ? forwarded : "");
     if (peer.size() + 1 > *size)
         return false;
@@ -111,6 +112,7 @@ void FillRecord(RequestCtx& ctx, mg_connection* conn, HostShared* shared) {
     ctx.url.SetPath(path);
     ctx.url.SetQueryString(ri->query_string != nullptr ? ri->query_string : "");
 
+    ctx.secure = ri->is_ssl != 0;
     ctx.acceptsGzip = AcceptsGzip(mg_get_header(conn, "Accept-Encoding"));
     const char* connection = mg_get_header(conn, "Connection");
     bool http11 = ri->http_version != nullptr && std::strcmp(ri->http_version, "1.1") == 0;
@@ -183,6 +185,15 @@ int ConnectionOk(const st_wh_info* info) {
     if (ctx->broken || ctx->refused || ctx->chunkEnded || IsStopping())
         return 0;
     return 1;
+}
+
+}  // namespace wh
+
+namespace wh {
+
+void CountModuleRefusal(const st_wh_info* info, const char* reason) {
+    if (info != nullptr && reason != nullptr)
+        ProcessMetrics().CountRefusal(RefusalByName(reason));
 }
 
 }  // namespace wh

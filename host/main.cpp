@@ -1,8 +1,9 @@
 // webharbour: the web server process that loads libwebsession and the console's handler modules.
 //
 // Exit status: 0 after a clean stop (SIGTERM or SIGINT), 1 when handlers did not return within
-// 1.8 s of the stop signal, 2 for a bad command line or configuration, 3 when a handler module
-// cannot be loaded, 4 when the server cannot listen.
+// 1.8 s of the stop signal, 2 for a bad command line or configuration, for a start as root
+// without --allow-root, or for a folder the library writes that the serving user cannot write,
+// 3 when a handler module cannot be loaded, 4 when the server cannot listen.
 #include <signal.h>
 #include <sys/syscall.h>
 #include <unistd.h>
@@ -17,9 +18,12 @@
 #include "common/QvUtil.h"
 #include "host/AccessLog.h"
 #include "host/HostConfig.h"
+#include "host/OutputFold.h"
+#include "host/Prepare.h"
 #include "host/Request.h"
 #include "host/Router.h"
 #include "host/Server.h"
+#include "host/Tls.h"
 
 namespace {
 
@@ -85,9 +89,22 @@ int Fail(int status, const std::string& message) {
     return status;
 }
 
+int Serve(int argc, char** argv);
+
 }  // namespace
 
 int main(int argc, char** argv) {
+    // The library's lines printed at load are in the capture already; they pass through the
+    // fold like every later one.
+    wh::StartOutputFold(60);
+    int status = Serve(argc, argv);
+    wh::StopOutputFold();
+    return status;
+}
+
+namespace {
+
+int Serve(int argc, char** argv) {
     std::vector<std::string> args(argv + 1, argv + argc);
     wh::CommandLine cmd;
     std::string error;
@@ -108,11 +125,20 @@ int main(int argc, char** argv) {
         return Fail(2, error);
     if (cmd.port >= 0)
         config.port = cmd.port;
+    wh::SetOutputFoldSeconds(config.stdoutFoldSeconds);
+    // Before the library touches a file: not as root, and every folder it writes ready.
+    if (!wh::CheckUser(cmd.allowRoot || config.allowRoot, error) ||
+        !wh::PrepareFolders(wh::LibraryFolders(config), error))
+        return Fail(2, error);
+    // HTTPS asked for is HTTPS or no start at all: never plain HTTP in its place.
+    if (config.tls.Enabled() &&
+        (!wh::LoadTlsGlue(config.installPath, error) || !wh::CheckTlsFiles(config.tls, error)))
+        return Fail(2, error);
     if (!InstallSignals(error))
         return Fail(2, error);
 
     wh::AccessLog log;
-    if (!log.Open(config.logDir, config.accessLog, error))
+    if (!log.Open(config.logDir, config.accessLog, config.accessLogMaxBytes, error))
         return Fail(2, error);
 
     wh::Router router;
@@ -120,14 +146,17 @@ int main(int argc, char** argv) {
     services.isStopping = &wh::IsStopping;
     services.waitStopping = &wh::WaitStopping;
     services.isConnectionOk = &wh::ConnectionOk;
+    services.countRefusal = &wh::CountModuleRefusal;
     if (!router.LoadModules(config, services, error))
         return Fail(3, error);
 
     wh::Server server(config, router, log);
     if (!server.Start(error))
         return Fail(4, error);
-    std::printf("webharbour: listening on port %d, serving %s\n", server.Port(),
-                config.docRoot.c_str());
+    std::printf("webharbour: listening on port %d%s, serving %s\n", server.Port(),
+                config.tls.Enabled() ? " (HTTPS)" : "", config.docRoot.c_str());
+    if (server.RedirectPort() >= 0)
+        std::printf("webharbour: port %d redirects to HTTPS\n", server.RedirectPort());
     std::fflush(stdout);
 
     WaitForStopSignal();
@@ -139,6 +168,7 @@ int main(int argc, char** argv) {
         if (wh::WaitStopped(kStopGraceMs))
             return;
         log.Flush(false);
+        wh::StopOutputFold();
         std::fprintf(stderr,
                      "webharbour: handlers still running %d ms after the stop; exiting without "
                      "them\n",
@@ -151,9 +181,11 @@ int main(int argc, char** argv) {
     watchdog.join();
     log.Close();
     std::printf("webharbour: stopped\n");
-    std::fflush(stdout);
+    wh::StopOutputFold();
     std::fflush(stderr);
     // The library's maintenance thread is detached and never ends; running the library's
     // static destructors under it could crash the exit. Everything of ours is written out.
     std::_Exit(0);
 }
+
+}  // namespace
