@@ -36,6 +36,31 @@ const char* FindValue(const char* body, const char* stop, const char* key, const
     return value;
 }
 
+// A JSON string's text with its \uXXXX escapes (the library's writer escapes every non-ASCII
+// character) turned back into UTF-8; other escapes are kept as they stand.
+std::string Unescape(const char* begin, const char* end) {
+    std::string out;
+    for (const char* p = begin; p < end; ++p) {
+        unsigned code = 0;
+        if (*p == '\\' && end - p >= 6 && p[1] == 'u' && std::sscanf(p + 2, "%4x", &code) == 1) {
+            if (code < 0x80) {
+                out += static_cast<char>(code);
+            } else if (code < 0x800) {
+                out += static_cast<char>(0xc0 | (code >> 6));
+                out += static_cast<char>(0x80 | (code & 0x3f));
+            } else {
+                out += static_cast<char>(0xe0 | (code >> 12));
+                out += static_cast<char>(0x80 | ((code >> 6) & 0x3f));
+                out += static_cast<char>(0x80 | (code & 0x3f));
+            }
+            p += 5;
+        } else {
+            out += *p;
+        }
+    }
+    return out;
+}
+
 // The stale-token refusal ends with "<overrun>,<now>,<issued>", after a translated text.
 bool EndsWithThreeNumbers(const char* begin, const char* end) {
     int groups = 0;
@@ -79,9 +104,9 @@ Refusal ClassifyEnvelope(const char* body, size_t length) {
     const char* message = FindValue(body, stop, "\"errmsg\" : \"", &end);
     if (message == nullptr)
         return kRefusalNone;
-    const size_t messageLength = static_cast<size_t>(end - message);
+    const std::string text = Unescape(message, end);
     for (const char* known : kCsrfMessages) {
-        if (std::strlen(known) == messageLength && std::memcmp(known, message, messageLength) == 0)
+        if (text == known)
             return kCsrf;
     }
     return EndsWithThreeNumbers(message, end) ? kCsrf : kRefusalNone;

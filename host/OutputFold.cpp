@@ -98,7 +98,8 @@ void WriteOriginal(void*, const std::string& text) {
 
 void ReaderLoop() {
     LineFolder folder(&WriteOriginal, nullptr);
-    auto intervalEnd = std::chrono::steady_clock::now() + std::chrono::seconds(g_nSeconds.load());
+    // The interval is read afresh each time: the settings may shorten it after the start.
+    auto intervalStart = std::chrono::steady_clock::now();
     char buf[16384];
     for (;;) {
         pollfd p{g_nReadFd, POLLIN, 0};
@@ -113,10 +114,10 @@ void ReaderLoop() {
             // Lines the library left in stdio's buffer come out within a second.
             std::fflush(stdout);
         }
-        if (std::chrono::steady_clock::now() >= intervalEnd) {
-            folder.EndInterval(g_nSeconds.load());
-            intervalEnd =
-                std::chrono::steady_clock::now() + std::chrono::seconds(g_nSeconds.load());
+        const int seconds = g_nSeconds.load();
+        if (std::chrono::steady_clock::now() - intervalStart >= std::chrono::seconds(seconds)) {
+            folder.EndInterval(seconds);
+            intervalStart = std::chrono::steady_clock::now();
         }
     }
     folder.Finish(g_nSeconds.load());

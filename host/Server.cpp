@@ -306,9 +306,19 @@ int Server::BeginRequest(mg_connection* conn) {
         SendSimple(ctx, 400, "a request needs a valid Host header\n", true);
         return FinishRequest(ctx, 400);
     }
-    std::string target = ri->local_uri != nullptr ? ri->local_uri : "/";
-    if (target.find_first_of("\r\n") != std::string::npos || target[0] != '/')
-        target = "/";
+    // The same path and query on HTTPS, every byte a header could not carry escaped.
+    std::string target;
+    const std::string path = ri->local_uri != nullptr ? ri->local_uri : "/";
+    for (unsigned char c : path) {
+        char hex[4];
+        std::snprintf(hex, sizeof(hex), "%%%02X", c);
+        target += c > 0x20 && c < 0x7f && c != '"' && c != '%' ? std::string(1, c) : hex;
+    }
+    if (target.empty() || target[0] != '/')
+        target = "/" + target;
+    if (ri->query_string != nullptr && *ri->query_string != '\0' &&
+        std::strpbrk(ri->query_string, "\r\n") == nullptr)
+        target += std::string("?") + ri->query_string;
     ctx.resp.location = "https://" + host + ":" + std::to_string(self->m_shared.httpsPort) + target;
     SendSimple(ctx, 308, "this server answers on HTTPS only\n", true);
     t_bytes = static_cast<long long>(ctx.bytesOut);

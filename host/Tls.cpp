@@ -4,6 +4,7 @@
 #include <dlfcn.h>
 #include <openssl/err.h>
 #include <openssl/ssl.h>
+#include <openssl/x509.h>
 
 namespace wh {
 
@@ -59,8 +60,11 @@ bool ConfigureTlsContext(void* sslCtx, const TlsConfig& tls, std::string& error)
         return false;
     }
     if (SSL_CTX_use_PrivateKey_file(ctx, tls.keyFile.c_str(), SSL_FILETYPE_PEM) != 1) {
+        const bool mismatch = ERR_GET_REASON(ERR_peek_last_error()) == X509_R_KEY_VALUES_MISMATCH;
         error = "[ssl] KeyFile " + tls.keyFile +
-                " holds no unencrypted private key in PEM form: " + OpensslReasons();
+                (mismatch ? " does not belong to the certificate in " + tls.certificateFile
+                          : std::string(" holds no unencrypted private key in PEM form")) +
+                ": " + OpensslReasons();
         return false;
     }
     if (SSL_CTX_check_private_key(ctx) != 1) {

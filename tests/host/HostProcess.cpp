@@ -267,6 +267,16 @@ int HostProcess::Terminate(double seconds) {
 std::string HostProcess::Stdout() const {
     return ws_test::ReadFile(m_tree.Path("stdout.txt"));
 }
+bool HostProcess::WaitForOutput(const std::string& text, double seconds) const {
+    auto deadline = std::chrono::steady_clock::now() + std::chrono::duration<double>(seconds);
+    while (Stdout().find(text) == std::string::npos) {
+        if (std::chrono::steady_clock::now() >= deadline)
+            return false;
+        std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    }
+    return true;
+}
+
 std::string HostProcess::Stderr() const {
     return ws_test::ReadFile(m_tree.Path("stderr.txt"));
 }

@@ -74,6 +74,9 @@ public:
     pid_t Pid() const { return m_pid; }
     std::string Stdout() const;
     std::string Stderr() const;
+    // Waits up to `seconds` for `text` on standard output (e.g. the library's "Session End
+    // InitData", after which sessions made now are kept); true when it came.
+    bool WaitForOutput(const std::string& text, double seconds) const;
 
 private:
     const HostTree& m_tree;
