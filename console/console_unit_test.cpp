@@ -1,5 +1,5 @@
 // Pieces of the console that need no server: event normalising and resumption ids, password
-// hashes, key names and the code picture's escaping.
+// hashes, key names, the code picture's source and the throttle's waits.
 #include <gtest/gtest.h>
 #include <json/json.h>
 
@@ -8,6 +8,10 @@
 
 #include "console/ConsoleHandlers.h"
 #include "console/ConsoleUsers.h"
+#include "console/LoginThrottle.h"
+
+#include <regex>
+#include <set>
 
 namespace {
 
@@ -84,15 +88,51 @@ TEST(ConsoleUsers, KeyNames) {
         EXPECT_FALSE(console::ValidName(bad)) << bad;
 }
 
-TEST(CodePicture, DrawsEveryCharacterEscaped) {
-    const std::string svg = console::CodePictureSvg("a<&", "unused");
-    EXPECT_EQ(svg.compare(0, 4, "<svg"), 0);
-    EXPECT_NE(svg.find(">a</text>"), std::string::npos);
-    EXPECT_NE(svg.find(">&lt;</text>"), std::string::npos);
-    EXPECT_NE(svg.find(">&amp;</text>"), std::string::npos);
-    EXPECT_EQ(svg.find("unused"), std::string::npos);
+// Reads the picture's source as a program would: every text node and attribute value, entities
+// decoded. Neither the code nor a character of it as text may be there, no element that carries
+// text or a font, and no path that a second drawing of the same code repeats (a glyph with a
+// fixed outline could be looked up in a table).
+TEST(CodePicture, SourceHoldsNothingTheCodeCanBeReadFrom) {
+    const std::string code = "kxwqeh";  // letters: a digit may well be a coordinate
+    const std::string a = console::CodePictureSvg(code, "unused");
+    const std::string b = console::CodePictureSvg(code, "unused");
+    EXPECT_EQ(a.compare(0, 4, "<svg"), 0);
+    const std::regex node(R"(>([^<]+)<)"), attr(R"re(([a-z-]+)="([^"]*)")re"),
+        tag(R"(<([a-zA-Z]+))"), pathData(R"([ML0-9. -]+)");
+    EXPECT_FALSE(std::regex_search(a, node)) << "no text at all";
+    std::set<std::string> tags, dA, dB;
+    for (std::sregex_iterator it(a.begin(), a.end(), tag), end; it != end; ++it)
+        tags.insert((*it)[1]);
+    EXPECT_EQ(tags, (std::set<std::string>{"svg", "rect", "circle", "path"}));
+    for (const auto* svg : {&a, &b}) {
+        for (std::sregex_iterator it(svg->begin(), svg->end(), attr), end; it != end; ++it) {
+            const std::string value = (*it)[2];
+            if ((*it)[1] == "d") {
+                EXPECT_TRUE(std::regex_match(value, pathData)) << value;
+                (svg == &a ? dA : dB).insert(value);
+            } else {
+                EXPECT_FALSE(value.size() == 1 && code.find(value) != std::string::npos) << value;
+                EXPECT_EQ(value.find(code), std::string::npos) << value;
+            }
+        }
+    }
+    EXPECT_EQ(a.find("unused"), std::string::npos);
+    EXPECT_GE(dA.size(), code.size());
+    for (const std::string& d : dA)
+        EXPECT_EQ(dB.count(d), 0u) << d;
     const std::string none = console::CodePictureSvg("", "no <code>");
     EXPECT_NE(none.find("no &lt;code&gt;"), std::string::npos);
+}
+
+TEST(LoginThrottle, WaitsDoubleAfterTheFreeTriesUpToTheCeiling) {
+    console::ThrottleSettings s;
+    s.freeTries = 3;
+    s.waitSeconds = 5;
+    s.maxWaitSeconds = 60;
+    const long kWaits[] = {0, 0, 0, 0, 5, 10, 20, 40, 60, 60};
+    for (int failures = 0; failures < 10; ++failures)
+        EXPECT_EQ(console::WaitAfter(failures, s), kWaits[failures]) << failures;
+    EXPECT_EQ(console::WaitAfter(1000000, s), 60);
 }
 
 }  // namespace
