@@ -1,11 +1,17 @@
 // bare_civetweb: the reference server of bench/host_bench.sh - CivetWeb with one handler that
 // answers every request with a fixed body, written the way webharbour writes a plain answer
-// (status line, Date, Content-Type, Content-Length, Connection, body; one write), so that the
-// ratio of the two request rates is the cost of webharbour's record, routing and gate.
+// (status line, Date, Content-Type, Content-Length, the header lines webharbour adds,
+// Connection, body; one write), so that the ratio of the two request rates is the cost of
+// webharbour's record, routing and gate.
 //
-//   bare_civetweb --body FILE --type CONTENT-TYPE [--port N] [--threads N]
+//   bare_civetweb --body FILE --type CONTENT-TYPE [--head FILE] [--port N] [--threads N]
+//                 [--tls CERT-AND-KEY.pem --glue DIR]
+// --head: header lines to send as they are ("Name: value" lines). --tls serves HTTPS with the
+// PEM file (certificate and key); CivetWeb then needs the OpenSSL glue webharbour ships
+// (DIR/libwh_sslglue.so and libwh_cryptoglue.so, see host/tls/SslGlue.c).
 // Prints "bare_civetweb: listening on port N" and serves until SIGTERM or SIGINT.
 #include <civetweb.h>
+#include <dlfcn.h>
 #include <signal.h>
 #include <unistd.h>
 
@@ -21,6 +27,7 @@ namespace {
 
 std::string g_strBody;  // set before the server starts, read-only afterwards
 std::string g_strType;
+std::string g_strHead;  // extra header lines, each ending in CRLF
 volatile sig_atomic_t g_nStop = 0;
 
 void OnSignal(int) {
@@ -46,8 +53,8 @@ int Answer(mg_connection* conn, void*) {
     std::string out = "HTTP/1.1 200 OK\r\nDate: ";
     out += HttpDate();
     out += "\r\nContent-Type: " + g_strType +
-           "\r\nContent-Length: " + std::to_string(g_strBody.size()) +
-           "\r\nConnection: " + (keep ? "keep-alive" : "close") + "\r\n\r\n" + g_strBody;
+           "\r\nContent-Length: " + std::to_string(g_strBody.size()) + "\r\n" + g_strHead +
+           "Connection: " + (keep ? "keep-alive" : "close") + "\r\n\r\n" + g_strBody;
     mg_write(conn, out.data(), out.size());
     return 200;
 }
@@ -55,7 +62,7 @@ int Answer(mg_connection* conn, void*) {
 }  // namespace
 
 int main(int argc, char** argv) {
-    std::string port = "0", threads = "64", bodyFile;
+    std::string port = "0", threads = "64", bodyFile, headFile, pem, glue;
     for (int i = 1; i + 1 < argc; i += 2) {
         std::string a = argv[i];
         if (a == "--port")
@@ -66,6 +73,30 @@ int main(int argc, char** argv) {
             bodyFile = argv[i + 1];
         else if (a == "--type")
             g_strType = argv[i + 1];
+        else if (a == "--head")
+            headFile = argv[i + 1];
+        else if (a == "--tls")
+            pem = argv[i + 1];
+        else if (a == "--glue")
+            glue = argv[i + 1];
+    }
+    if (!headFile.empty()) {
+        std::ifstream head(headFile);
+        for (std::string line; std::getline(head, line);) {
+            if (!line.empty() && line.back() == '\r')
+                line.pop_back();
+            if (!line.empty())
+                g_strHead += line + "\r\n";
+        }
+    }
+    if (!pem.empty()) {
+        port += "s";
+        for (const char* lib : {"/libwh_cryptoglue.so", "/libwh_sslglue.so"}) {
+            if (::dlopen((glue + lib).c_str(), RTLD_NOW) == nullptr) {
+                std::fprintf(stderr, "bare_civetweb: %s\n", ::dlerror());
+                return 2;
+            }
+        }
     }
     std::ifstream in(bodyFile, std::ios::binary);
     if (bodyFile.empty() || !in || g_strType.empty()) {
@@ -90,6 +121,8 @@ int main(int argc, char** argv) {
                              "yes",
                              "keep_alive_timeout_ms",
                              "500",
+                             pem.empty() ? nullptr : "ssl_certificate",
+                             pem.c_str(),
                              nullptr};
     mg_callbacks callbacks;
     std::memset(&callbacks, 0, sizeof(callbacks));

@@ -4,9 +4,12 @@
 #include <atomic>
 #include <condition_variable>
 #include <cstdint>
+#include <memory>
 #include <mutex>
 #include <string>
 #include <thread>
+#include <utility>
+#include <vector>
 
 namespace wh {
 
@@ -20,8 +23,11 @@ namespace wh {
 // webharbour_access<YYYYMMDD>_1.log, _2 and so on.
 //
 // Lines are gathered in memory and written by a flusher thread every 200 ms (sooner when 64 KiB
-// have gathered) and at Close: a write per request cost a tenth of the request rate. What a
-// crash can lose is the last 200 ms of lines.
+// have gathered) and at Close: a write per request cost a tenth of the request rate. Each worker
+// thread gathers into a buffer of its own (one lock that only it and the flusher take), since one
+// buffer for all threads made them queue for its lock; so lines of different threads within one
+// flush stand in the file in the order of their threads, not of their times. What a crash can
+// lose is the last 200 ms of lines.
 class AccessLog {
 public:
     AccessLog() = default;
@@ -50,6 +56,15 @@ public:
     std::string CurrentPath() const;
 
 private:
+    // The lines one thread gathered since the last flush, by day ("YYYYMMDD", lines).
+    struct ThreadBuffer {
+        std::mutex mutex;  // guards segments: taken by the owning thread and by the flusher
+        std::vector<std::pair<std::string, std::string>> segments;
+        size_t bytes = 0;  // guarded by mutex
+    };
+    ThreadBuffer& MyBuffer();
+    void CollectLocked();  // m_mutexFile held: every thread's lines into the files
+
     std::string PathFor(const char* day, int part) const;
     void OpenFileLocked();  // m_mutexFile held: the day's current part, continued
     void FlushLocked();     // m_mutexFile held
@@ -59,9 +74,12 @@ private:
     long long m_nMaxBytes = 0;            // set once by Open
     std::atomic<bool> m_bEnabled{false};  // also read without the lock, by Write
 
+    std::mutex m_mutexBuffers;  // guards m_vecBuffers (taken after m_mutexFile when both are)
+    std::vector<std::unique_ptr<ThreadBuffer>> m_vecBuffers;  // one per writing thread
+
     std::mutex m_mutexFile;  // guards every member below
     std::condition_variable m_condFlush;
-    std::string m_strPending;  // lines not yet written, all of day m_strDay
+    std::string m_strPending;  // lines being written, all of day m_strDay
     int m_nFd = -1;
     std::string m_strDay;        // YYYYMMDD of m_nFd and of the pending lines
     int m_nPart = 0;             // 0: webharbour_access<day>.log; n: ..._<n>.log

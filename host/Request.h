@@ -3,8 +3,9 @@
 
 #include <atomic>
 #include <cstdint>
-#include <deque>
+#include <memory>
 #include <string>
+#include <vector>
 
 #include "host/HostConfig.h"
 #include "web/Url.h"
@@ -47,8 +48,10 @@ struct RequestCtx {
     bool keepAlive = true;      // what the Connection header of our answer says
     bool secure = false;        // the request came over HTTPS
 
-    // The encoded bodies handed out by encodeBody; they must live until the request ends.
-    std::deque<std::string> encoded;
+    // The encoded bodies handed out by encodeBody; they must live until the request ends (each
+    // its own allocation, so that a later one never moves an earlier one; an empty vector costs
+    // nothing, where a deque allocates on every request).
+    std::vector<std::unique_ptr<std::string>> encoded;
     bool gzipped = false;       // encodeBody really produced gzip for this request
     bool varyEncoding = false;  // the answer depended on Accept-Encoding
 

@@ -266,14 +266,14 @@ const char* CbEncodeBody(void* connId, const char* data, uint32_t* length, int32
     ctx.varyEncoding = true;
     if (!ctx.acceptsGzip)
         return nullptr;  // "not encoded": the body goes out as it is
-    ctx.encoded.emplace_back();
-    if (!GzipCompress(data, *length, ctx.encoded.back())) {
+    ctx.encoded.push_back(std::make_unique<std::string>());
+    if (!GzipCompress(data, *length, *ctx.encoded.back())) {
         ctx.encoded.pop_back();
         return nullptr;
     }
     ctx.gzipped = true;
-    *length = static_cast<uint32_t>(ctx.encoded.back().size());
-    return ctx.encoded.back().data();
+    *length = static_cast<uint32_t>(ctx.encoded.back()->size());
+    return ctx.encoded.back()->data();
 }
 
 int FinishRequest(RequestCtx& ctx, int handlerResult) {
