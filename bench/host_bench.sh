@@ -9,8 +9,9 @@
 #
 # webharbour serves /t/bench from the test handler module: the library's gate with a live
 # session (Web_SessionInit with the session check) and the success envelope. bench-bin/
-# bare_civetweb answers every request with the head lines and body webharbour gave (less Date),
-# written the same way, with the same worker threads. Every server is driven by wrk on loopback
+# bare_civetweb, from a tree of its own, serves the same module with the same worker threads and
+# the smallest record the handler needs, and writes the answer with the head lines webharbour
+# gave, the same way: the ratio is the cost of what webharbour adds around the handler. Every server is driven by wrk on loopback
 # (2 threads, 32 connections) in alternating rounds - ROUNDS (2) rounds of WRK_SECONDS (5) s each
 # per server - so that a change in the machine's load weighs on all alike; the rates are total
 # requests over total time. The HTTPS round repeats this with a certificate made here (kept-alive
@@ -44,7 +45,7 @@ fi
 
 # A private installation tree: the binary and libraries copied (the library finds its tree from
 # the binary), the staged configuration, the writable folders the serving user's.
-make_tree() {  # <dir> <webharbour binary> <lib dir...> ; then middle.ini lines on stdin
+make_tree() {  # <dir> <server binary> <lib dir...> ; then middle.ini lines on stdin
   local dir="$1" exe="$2"; shift 2
   mkdir -p "$dir"/{bin,lib,webharbour/hdoc/tmp,middle/Conf,middle/log,middle/data,middle/lang,tls}
   cp "$exe" "$dir/bin/"
@@ -77,11 +78,20 @@ openssl req -x509 -newkey ec -pkeyopt ec_paramgen_curve:P-256 -nodes -days 2 -su
 cat "$tmp/cert.pem" "$tmp/key.pem" >"$tmp/both.pem"
 chmod 644 "$tmp"/*.pem
 
-# Starts a webharbour tree; sets $port and $sid (a live session).
-start_wh() {  # <tree> <scheme>
-  local out="$1/wh.out"
-  "${run[@]}" "$1/bin/webharbour" --port 0 >"$out" 2>"$1/wh.err" & pids+=($!)
-  port="$(wait_port "$out" "webharbour:")"
+# Starts the server of a tree (webharbour, or bare_civetweb with its arguments); sets $port and
+# $sid (a live session), and leaves its answer in $tmp/body and $tmp/head.
+start_wh() {  # <tree> <scheme> [bare_civetweb arguments...]
+  local dir="$1" scheme="$2" out="$1/wh.out"; shift 2
+  if [ $# -gt 0 ]; then
+    "${run[@]}" "$dir/bin/bare_civetweb" --port 0 --module "$dir/lib/libwh_test_module.so" "$@" \
+      >"$out" 2>"$dir/wh.err" & pids+=($!)
+    port="$(wait_port "$out" "bare_civetweb:")"
+    sleep 1.5  # the library in it loads its sessions a second after start
+  else
+    "${run[@]}" "$dir/bin/webharbour" --port 0 >"$out" 2>"$dir/wh.err" & pids+=($!)
+    port="$(wait_port "$out" "webharbour:")"
+  fi
+  set -- "$dir" "$scheme"
   # Sessions made before the library has loaded its own would be lost.
   for _ in $(seq 50); do grep -q "Session End InitData" "$out" && break; sleep 0.1; done
   sid="$(curl -sk -D - "$2://127.0.0.1:$port/t/login" | tr -d '\r' |
@@ -136,21 +146,18 @@ head_lines "$tmp/head" "$tmp/head.lines"
 type="$(tr -d '\r' <"$tmp/head" | sed -n 's/^Content-Type: //p')"
 echo "webharbour answer ($(wc -c <"$tmp/body") bytes, $type, $(wc -l <"$tmp/head.lines") more head lines):"
 cat "$tmp/body"
-"$build/bench-bin/bare_civetweb" --port 0 --body "$tmp/body" --type "$type" \
-  --head "$tmp/head.lines" >"$tmp/bare.out" & pids+=($!)
-bport="$(wait_port "$tmp/bare.out" "bare_civetweb:")"
-curl -s -o "$tmp/bare.body" "http://127.0.0.1:$bport/t/bench"
-cmp -s "$tmp/body" "$tmp/bare.body" || { echo "the bare server's body differs" >&2; exit 1; }
-servers+=("bare-civetweb=http://127.0.0.1:$bport/t/bench=Cookie: qvsessionid=$now_sid")
+make_tree "$tmp/bare" "$build/bench-bin/bare_civetweb" "$build/tree/lib" "$build/test-bin" </dev/null
+start_wh "$tmp/bare" http --head "$tmp/head.lines"
+cmp -s "$tmp/body" "$tmp/body.now" || { echo "the bare server's body differs" >&2; exit 1; }
+servers+=("bare-civetweb=http://127.0.0.1:$port/t/bench=Cookie: qvsessionid=$sid")
 measure http "${servers[@]}"
 
 # HTTPS: webharbour with [ssl] against bare CivetWeb with the same certificate.
 make_tree "$tmp/tls" "$build/tree/bin/webharbour" "$build/tree/lib" "$build/test-bin" \
   <<<"$ini_plain"$'[ssl]\nCertificateFile='"$tmp/cert.pem"$'\nKeyFile='"$tmp/key.pem"$'\n'
 start_wh "$tmp/tls" https
+tls_server="webharbour=https://127.0.0.1:$port/t/bench=Cookie: qvsessionid=$sid"
 head_lines "$tmp/head" "$tmp/head.tls"
-"$build/bench-bin/bare_civetweb" --port 0 --body "$tmp/body" --type "$type" --head "$tmp/head.tls" \
-  --tls "$tmp/both.pem" --glue "$build/tree/lib" >"$tmp/bare-tls.out" & pids+=($!)
-tport="$(wait_port "$tmp/bare-tls.out" "bare_civetweb:")"
-measure https "webharbour=https://127.0.0.1:$port/t/bench=Cookie: qvsessionid=$sid" \
-  "bare-civetweb=https://127.0.0.1:$tport/t/bench=Cookie: qvsessionid=$sid"
+make_tree "$tmp/bare-tls" "$build/bench-bin/bare_civetweb" "$build/tree/lib" "$build/test-bin" </dev/null
+start_wh "$tmp/bare-tls" https --head "$tmp/head.tls" --tls "$tmp/both.pem" --glue "$tmp/bare-tls/lib"
+measure https "$tls_server" "bare-civetweb=https://127.0.0.1:$port/t/bench=Cookie: qvsessionid=$sid"

@@ -339,10 +339,14 @@ void Server::EndRequest(const mg_connection* conn, int status) {
             : std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - t_start)
                   .count();
     t_start = std::chrono::steady_clock::time_point();
-    const char* forwarded = mg_get_header(conn, "X-Forwarded-For");
-    std::string peer = ClientAddress(self->m_config.trustedProxies, ri->remote_addr,
-                                     forwarded != nullptr ? forwarded : "");
-    self->m_log.Write(peer.c_str(), ri->request_method, ri->local_uri, status, t_bytes, ms);
+    if (self->m_config.trustedProxies.empty()) {
+        self->m_log.Write(ri->remote_addr, ri->request_method, ri->local_uri, status, t_bytes, ms);
+    } else {
+        const char* forwarded = mg_get_header(conn, "X-Forwarded-For");
+        const std::string peer = ClientAddress(self->m_config.trustedProxies, ri->remote_addr,
+                                               forwarded != nullptr ? forwarded : "");
+        self->m_log.Write(peer.c_str(), ri->request_method, ri->local_uri, status, t_bytes, ms);
+    }
     ProcessMetrics().CountRequest(t_kind, status, ms / 1000.0);
 }
 
