@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cerrno>
 #include <charconv>
 #include <chrono>
@@ -19,9 +20,12 @@ namespace wh {
 namespace {
 
 const size_t kFlushBytes = 64 * 1024;
+std::atomic<unsigned long long> g_nLogSerial{0};
 const auto kFlushEvery = std::chrono::milliseconds(200);
 
 }  // namespace
+
+AccessLog::AccessLog() : m_nSerial(++g_nLogSerial) {}
 
 AccessLog::~AccessLog() {
     Close();
@@ -58,13 +62,15 @@ void AccessLog::FlusherLoop() {
 }
 
 AccessLog::ThreadBuffer& AccessLog::MyBuffer() {
-    thread_local const AccessLog* t_owner = nullptr;
+    // By the log's serial number, not its address: a later log at the same address must not
+    // find the buffer of one that is gone.
+    thread_local unsigned long long t_owner = 0;
     thread_local ThreadBuffer* t_buffer = nullptr;
-    if (t_owner != this) {
+    if (t_owner != m_nSerial) {
         std::lock_guard<std::mutex> lock(m_mutexBuffers);
         m_vecBuffers.push_back(std::make_unique<ThreadBuffer>());
         t_buffer = m_vecBuffers.back().get();
-        t_owner = this;
+        t_owner = m_nSerial;
     }
     return *t_buffer;
 }

@@ -30,7 +30,7 @@ namespace wh {
 // lose is the last 200 ms of lines.
 class AccessLog {
 public:
-    AccessLog() = default;
+    AccessLog();
     ~AccessLog();
     AccessLog(const AccessLog&) = delete;
     AccessLog& operator=(const AccessLog&) = delete;
@@ -70,6 +70,7 @@ private:
     void FlushLocked();     // m_mutexFile held
     void FlusherLoop();
 
+    const unsigned long long m_nSerial;   // this log's number in the process, never reused
     std::string m_strDir;                 // set once by Open
     long long m_nMaxBytes = 0;            // set once by Open
     std::atomic<bool> m_bEnabled{false};  // also read without the lock, by Write

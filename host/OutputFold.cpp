@@ -9,6 +9,7 @@
 #include <atomic>
 #include <chrono>
 #include <cstdio>
+#include <mutex>
 #include <thread>
 
 namespace wh {
@@ -63,7 +64,8 @@ namespace {
 int g_nReadFd = -1;      // the pipe's read end; set before main, read by the reader thread
 int g_nOriginalFd = -1;  // the standard output we were started with
 std::atomic<int> g_nSeconds{60};
-std::thread g_thrReader;  // started and joined on the main thread
+std::mutex g_mutexReader;  // guards g_thrReader: the stop may come from the watchdog thread
+std::thread g_thrReader;
 
 // Runs before any shared library's initialiser (they print at load): fd 1 becomes the write end
 // of a pipe, the original output is kept aside. Raw system calls: nothing is set up this early.
@@ -127,6 +129,7 @@ void ReaderLoop() {
 
 void StartOutputFold(int seconds) {
     g_nSeconds = seconds;
+    std::lock_guard<std::mutex> lock(g_mutexReader);
     if (g_nReadFd < 0 || g_thrReader.joinable())
         return;
     g_thrReader = std::thread(&ReaderLoop);
@@ -138,6 +141,7 @@ void SetOutputFoldSeconds(int seconds) {
 
 void StopOutputFold() {
     std::fflush(stdout);
+    std::lock_guard<std::mutex> lock(g_mutexReader);
     if (!g_thrReader.joinable())
         return;
     // Standard output now goes where it went before; the pipe's last writer is gone, so the
