@@ -60,6 +60,15 @@ TEST_F(ConsoleLoopback, FailedLogInsAreThrottledPerNameAndAddress) {
     const std::string log = ws_test::RunAndCapture(
         "/bin/sh", {"-c", "cat " + s_tree->Path("middle/log") + "/console*.log"});
     EXPECT_NE(log.find("user \"admin\" from 198.51.100.7"), std::string::npos) << log;
+    // The console's own refusals reach the host's monitoring page.
+    const std::string metrics = Call("/metrics", "").body;
+    for (const char* reason : {"login_throttled", "login_failed"}) {
+        const std::string sample =
+            std::string("webharbour_refusals_total{reason=\"") + reason + "\"} ";
+        const size_t at = metrics.find(sample);
+        ASSERT_NE(at, std::string::npos) << metrics;
+        EXPECT_GE(std::atoi(metrics.c_str() + at + sample.size()), 6) << reason;
+    }
 }
 
 // Each refused log-in in the words the user reads; the language follows qv_lan.
