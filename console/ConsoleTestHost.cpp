@@ -16,10 +16,10 @@ void ConsoleLoopback::SetUpTestSuite() {
                        "[main]\nloglevel=0\n[safe]\ntokeninterval=60\ncheckverifycode=1\n"
                        "checktoken=1\n");
     // Loopback stands for a proxy, so tests choose the client's address; log-ins wait at most
-    // two seconds once throttled.
+    // four seconds once throttled.
     s_tree->WriteHostIni("TrustedProxies=127.0.0.1\n", false, "console=libconsole.so /api\n",
                          "[console]\nLoginFreeTries=5\nLoginWaitSeconds=2\n"
-                         "LoginMaxWaitSeconds=2\n");
+                         "LoginMaxWaitSeconds=4\n");
     Run("bsctl", {"code", "seed", kCode});
     Run("bsctl", {"company", "add", "demo", "qv_companytype:int32=1"});
     Run("bsctl", {"login", "add", "admin", "demo"});

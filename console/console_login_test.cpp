@@ -36,18 +36,24 @@ TEST_F(ConsoleLoopback, FailedLogInsAreThrottledPerNameAndAddress) {
     for (int i = 0; i < 30; ++i) {
         HttpResponse r = attempt("admin", "wrong-" + std::to_string(i), "198.51.100.7");
         const std::string errmsg = JsonOf(r)["errmsg"].asString();
+        if (i <= 6) {  // five free tries; the sixth failure makes the seventh wait
+            EXPECT_EQ(r.status, i < 6 ? 200 : 429) << i;
+        }
         if (r.status == 429) {
             ++waited;
             EXPECT_EQ(errmsg.find("Too many failed log-ins"), 0u) << errmsg;
             const int retry = std::atoi(r.Header("Retry-After").c_str());
-            EXPECT_TRUE(retry >= 1 && retry <= 2) << r.head;
+            EXPECT_TRUE(retry >= 1 && retry <= 4) << r.head;
         } else {
             ++worded;
             EXPECT_EQ(errmsg, "Wrong user name or password");
         }
     }
-    EXPECT_EQ(worded, 6);  // five free, the sixth starts the wait
-    EXPECT_EQ(waited, 24);
+    // Five free tries, the sixth starts a wait of 2 s, then 4 s each: a slow machine may see
+    // a few more tries answered, never all of them.
+    EXPECT_GE(worded, 6);
+    EXPECT_LE(worded, 12);
+    EXPECT_EQ(worded + waited, 30);
     HttpResponse right = attempt("admin", "right-pass", "198.51.100.7");
     EXPECT_EQ(right.status, 429) << right.body;
     EXPECT_EQ(attempt("admin", "right-pass", "198.51.100.9").status, 429) << "the name waits";
