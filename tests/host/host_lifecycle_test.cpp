@@ -74,6 +74,7 @@ TEST_F(HostLifecycleTest, RefusesRootAndFoldersItCannotWrite) {
             "/bin/sh", {"-c", tree.Path("bin/webharbour") + " --port 0 2>&1; echo status=$?"});
         EXPECT_NE(std::string::npos, out.find("refusing to run as root")) << out;
         EXPECT_NE(std::string::npos, out.find("status=2")) << out;
+        EXPECT_EQ(std::string::npos, out.find("Session_InitData")) << "the library never loaded";
         if (wh_test::TestServingUser().drop) {
             ::chown(tree.Path("middle/log").c_str(), 0, 0);
             wh_test::HostProcess p(tree);
@@ -93,6 +94,8 @@ TEST_F(HostLifecycleTest, RefusesRootAndFoldersItCannotWrite) {
     EXPECT_NE(std::string::npos, p.Stderr().find("middle/data (the embedded database's files) is "
                                                  "not a folder"))
         << p.Stderr();
+    // The library (which prints this line when it loads) never ran in a tree it could not use.
+    EXPECT_EQ(std::string::npos, p.Stdout().find("Session_InitData")) << p.Stdout();
 }
 
 TEST_F(HostLifecycleTest, BodyOverTheCapGets413AndNeverReachesTheHandler) {
