@@ -106,8 +106,8 @@ measure() {  # <label> <name=url=cookie>...
   local label="$1"; shift
   declare -A n s
   for round in $(seq "$rounds"); do
-    for spec in "$@"; do
-      IFS='=' read -r name url cookie <<<"$spec"
+    for entry in "$@"; do
+      IFS='=' read -r name url cookie <<<"$entry"
       echo "== $label round $round: $name" >&2
       read -r k t < <(count "$url" "$cookie") && [ -n "$k" ] || exit 1
       n[$name]=$(( ${n[$name]:-0} + k )); s[$name]="$(awk -v a="${s[$name]:-0}" -v b="$t" 'BEGIN {print a + b}')"
@@ -116,8 +116,8 @@ measure() {  # <label> <name=url=cookie>...
   local ref="${*: -1}"; ref="${ref%%=*}"
   local refrate; refrate="$(awk -v n="${n[$ref]}" -v s="${s[$ref]}" 'BEGIN {printf "%.0f", n / s}')"
   echo
-  for spec in "$@"; do
-    name="${spec%%=*}"
+  for entry in "$@"; do
+    name="${entry%%=*}"
     rate="$(awk -v n="${n[$name]}" -v s="${s[$name]}" 'BEGIN {printf "%.0f", n / s}')"
     ratio="$(awk -v a="$rate" -v b="$refrate" 'BEGIN {printf "%.3f", a / b}')"
     printf '%-8s %-22s %8s requests/s  ratio %s\n' "$label" "$name" "$rate" "$ratio"

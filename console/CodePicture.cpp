@@ -128,9 +128,9 @@ void DrawGlyph(char c, double left, double height, std::vector<std::string>& out
     const double cx = left + 10 + RandomReal(-2, 2), cy = height / 2 + RandomReal(-3, 3);
     const std::string colour = Colour(20, 110);
     const double width = RandomReal(2.2, 3.0);
-    const char* spec = Glyph(c);
+    const char* strokes = Glyph(c);
     std::vector<Point> stroke;
-    for (const char* p = spec;;) {
+    for (const char* p = strokes;;) {
         if (*p == '|' || *p == '\0') {
             if (stroke.size() > 1)
                 out.push_back(StrokePath(stroke, colour, width));

@@ -48,7 +48,7 @@ struct PoolStatsReader {
     }
 };
 
-void Db_GetPoolStats(DbPoolStats* out) {
+void Session_GetPoolStats(DbPoolStats* out) {
     if (out == nullptr)
         return;
     std::memset(out, 0, sizeof(*out));

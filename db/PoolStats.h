@@ -16,7 +16,7 @@ struct DbPoolStats {
     double allocSeconds;
     double allocMaxSeconds;
 };
-WS_EXTERN_C WS_API void Db_GetPoolStats(DbPoolStats* out);
+WS_EXTERN_C WS_API void Session_GetPoolStats(DbPoolStats* out);
 
 namespace ws_internal {
 

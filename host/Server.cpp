@@ -378,7 +378,7 @@ void Server::ServeMetrics(mg_connection* conn) {
     snap.tokenFiles = CountFiles(m_config.docRoot + "/tmp");
     snap.openStreams = m_shared.openStreams.load();
     DbPoolStats pools;
-    Db_GetPoolStats(&pools);
+    Session_GetPoolStats(&pools);
     for (int k = 0; k < 3; ++k) {
         snap.poolInUse[k] = pools.inUse[k];
         snap.poolIdle[k] = pools.idle[k];
