@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "bsapi/bsapi.h"
+#include "tests/support/PgServer.h"
 
 using tarn::VariableData;
 
@@ -20,9 +21,10 @@ VariableData Time(long s) {
 
 }  // namespace
 
-class TableTest : public ::testing::Test {
+class TableTest : public ::testing::TestWithParam<const char*> {
 protected:
     void SetUp() override {
+        ASSERT_NO_FATAL_FAILURE(ws_test::UseEngine(GetParam()));
         static unsigned short next = 22000;
         m_nPort = next++;
         ASSERT_EQ(bs_tabledb_open(m_h, "events", "", "", 0, 0, "127.0.0.1", m_nPort), BS_OK);
@@ -79,7 +81,7 @@ protected:
     void* m_h = BS_INVALID_HANDLE;
 };
 
-TEST_F(TableTest, StructureAndNames) {
+TEST_P(TableTest, StructureAndNames) {
     std::list<bs_tdfield*> fields;
     ASSERT_EQ(bs_tabledb_get_fields(m_h, "log", fields), BS_OK);
     ASSERT_EQ(fields.size(), 5u);
@@ -121,7 +123,7 @@ TEST_F(TableTest, StructureAndNames) {
     EXPECT_EQ(names, std::list<std::string>({"archive", "events"}));
 }
 
-TEST_F(TableTest, BadDefinitionsAreRefused) {
+TEST_P(TableTest, BadDefinitionsAreRefused) {
     bs_tdfield autoid("_FIELD_AUTOID_", VariableData::VT_INT32);
     bs_tdfield a("a", VariableData::VT_INT32), a2("A", VariableData::VT_INT32);
     bs_tdfield untyped("u", 0), empty("", VariableData::VT_INT32);
@@ -142,7 +144,7 @@ TEST_F(TableTest, BadDefinitionsAreRefused) {
     EXPECT_EQ(names, std::list<std::string>({"log"}));
 }
 
-TEST_F(TableTest, InsertValuesAreTypedAndChecked) {
+TEST_P(TableTest, InsertValuesAreTypedAndChecked) {
     unsigned long long id = 0;
     std::list<VariableData> ok = {VariableData("n"), VariableData("-7"),
                                   VariableData(std::numeric_limits<unsigned long long>::max()),
@@ -181,7 +183,7 @@ TEST_F(TableTest, InsertValuesAreTypedAndChecked) {
     EXPECT_EQ(static_cast<long long>(r["_FIELD_AUTOID_"]), static_cast<long long>(id));
 }
 
-TEST_F(TableTest, SelectionsByFieldTimeAndIdWalkEveryPage) {
+TEST_P(TableTest, SelectionsByFieldTimeAndIdWalkEveryPage) {
     std::vector<unsigned long long> ids;
     for (int i = 0; i < 250; ++i)
         ids.push_back(Insert(i % 2 ? "odd" : "even", i, 5000 + i));
@@ -230,7 +232,7 @@ TEST_F(TableTest, SelectionsByFieldTimeAndIdWalkEveryPage) {
     EXPECT_EQ(bs_tabledb_get_cursor(cursor, r), BS_ERR_CONN_CLOSED);
 }
 
-TEST_F(TableTest, UpdateAndDeleteByFieldTimeAndId) {
+TEST_P(TableTest, UpdateAndDeleteByFieldTimeAndId) {
     std::vector<unsigned long long> ids;
     for (int i = 0; i < 20; ++i)
         ids.push_back(Insert(i < 10 ? "a" : "b", i, 100 + i));
@@ -281,7 +283,7 @@ TEST_F(TableTest, UpdateAndDeleteByFieldTimeAndId) {
     EXPECT_TRUE(last.empty());
 }
 
-TEST_F(TableTest, RolledBackTransactionLeavesNothing) {
+TEST_P(TableTest, RolledBackTransactionLeavesNothing) {
     EXPECT_EQ(bs_tabledb_rollback_transaction(m_h), BS_ERR_NO_TRANSACTION);
     Insert("kept", 1, 1);
     ASSERT_EQ(bs_tabledb_begin_transaction(m_h), BS_OK);
@@ -303,7 +305,7 @@ TEST_F(TableTest, RolledBackTransactionLeavesNothing) {
     EXPECT_EQ(bs_tabledb_commit_transaction(m_h), BS_ERR_NO_TRANSACTION);
 }
 
-TEST_F(TableTest, ClosingAHandleEndsItsTransactionEvenWithACursorOpen) {
+TEST_P(TableTest, ClosingAHandleEndsItsTransactionEvenWithACursorOpen) {
     ::setenv("BSAPI_BUSY_TIMEOUT_MS", "100", 1);
     ASSERT_EQ(bs_tabledb_begin_transaction(m_h), BS_OK);
     Insert("uncommitted", 1, 1);
@@ -328,3 +330,5 @@ TEST_F(TableTest, ClosingAHandleEndsItsTransactionEvenWithACursorOpen) {
     bs_close_handle(other);
     ::unsetenv("BSAPI_BUSY_TIMEOUT_MS");
 }
+
+WS_ON_EVERY_ENGINE(TableTest);

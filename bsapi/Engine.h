@@ -1,4 +1,4 @@
-// The internal engine interface: every storage engine (embedded SQLite, later PostgreSQL) serves
+// The internal engine interface: every storage engine (embedded SQLite, networked PostgreSQL) serves
 // the bs_* calls through these sessions. The API layer validates names and arguments, owns the
 // handle registry and the recorded open arguments; an engine only stores and finds.
 #pragma once
@@ -131,11 +131,12 @@ public:
     virtual int QueueNames(const CServerAddr& server, std::list<std::string>& names) = 0;
 };
 
-// The engine chosen by the environment (BSAPI_ENGINE; unset or "sqlite": the embedded engine).
-// Null with `code` set when the name is unknown.
+// The engine chosen by the setting BSAPI_ENGINE (EngineConfig.h): unset, empty or "sqlite" the
+// embedded engine, "postgres" the networked one. Null with `code` set when the name is unknown.
 CEngine* ChosenEngine(int& code);
 
-// The embedded engine's factory (bsapi/sqlite).
+// The engines' factories (bsapi/sqlite, bsapi/postgres).
 CEngine* SqliteEngine();
+CEngine* PostgresEngine();
 
 }  // namespace bsapi
