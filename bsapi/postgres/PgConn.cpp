@@ -70,7 +70,7 @@ CPgConn::~CPgConn() {
 CPgConn::TimePoint CPgConn::Deadline() const {
     // The server's statement_timeout answers first; this margin is for a server or network that
     // does not answer at all.
-    return std::chrono::steady_clock::now() + std::chrono::milliseconds(m_nTimeoutMs + 2000);
+    return std::chrono::steady_clock::now() + std::chrono::milliseconds(m_nTimeoutMs + 1000);
 }
 
 int CPgConn::Connect(const std::string& schema, std::shared_ptr<CPgConn>& out) {
@@ -119,11 +119,26 @@ int CPgConn::Connect(const std::string& schema, std::shared_ptr<CPgConn>& out) {
         return BS_ERR_CONN_LOST;
     }
     PQsetnonblocking(conn->m_pConn, 1);
+    PQsetNoticeReceiver(conn->m_pConn, &CPgConn::OnNotice, conn.get());
     rc = PgEnsureSchema(*conn);
     if (rc != BS_OK)
         return rc;
     out = std::move(conn);
     return BS_OK;
+}
+
+// The server's notices and warnings go to our rate-limited log; a FATAL one that arrives while
+// the connection is idle (pg_terminate_backend, a shutdown) means the server is ending it.
+// Called by libpq inside this connection's calls, so under m_mtx.
+void CPgConn::OnNotice(void* self, const PGresult* notice) {
+    const char* severity = PQresultErrorField(notice, PG_DIAG_SEVERITY_NONLOCALIZED);
+    std::string sev = severity ? severity : "";
+    if (sev == "FATAL" || sev == "PANIC")
+        static_cast<CPgConn*>(self)->m_bFatalSeen = true;
+    if (sev != "NOTICE" && sev != "DEBUG" && sev != "LOG" && sev != "INFO") {
+        PgLog("PostgreSQL (" + static_cast<CPgConn*>(self)->m_strWhere + ") says: " + sev + " " +
+              OneLine(PQresultErrorField(notice, PG_DIAG_MESSAGE_PRIMARY)));
+    }
 }
 
 int CPgConn::Lost(const char* why) {
@@ -421,11 +436,15 @@ int CPgConn::KeepLive() {
     std::lock_guard<std::mutex> lock(m_mtx);
     if (m_pConn == nullptr)
         return m_nLostCode;
-    pollfd p{PQsocket(m_pConn), POLLIN, 0};
-    if (::poll(&p, 1, 0) > 0 && !PQconsumeInput(m_pConn))
+    for (int i = 0; i < 4; ++i) {  // a last message and the end of the stream may come apart
+        pollfd p{PQsocket(m_pConn), POLLIN, 0};
+        if (::poll(&p, 1, 0) <= 0)
+            break;
+        if (!PQconsumeInput(m_pConn))
+            return Lost("the server ended the connection");
+    }
+    if (m_bFatalSeen || PQstatus(m_pConn) == CONNECTION_BAD)
         return Lost("the server ended the connection");
-    if (PQstatus(m_pConn) == CONNECTION_BAD)
-        return Lost("the connection broke");
     return BS_OK;
 }
 

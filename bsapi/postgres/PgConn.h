@@ -73,6 +73,7 @@ private:
     int Failed(int rc, bool wrapped);  // the follow-up of a failed statement
     TimePoint Deadline() const;
     bool TakeNotification(const std::string& channel);
+    static void OnNotice(void* self, const PGresult* notice);
 
     std::mutex m_mtx;  // guards everything below: a table handle and its cursors share this object
     PGconn* m_pConn = nullptr;  // null once the connection is lost
@@ -86,6 +87,7 @@ private:
     bool m_bScopeSavepoint = false;
     long long m_llNextStmt = 0;
     std::string m_strLastState;
+    bool m_bFatalSeen = false;  // the server announced the end of the connection
 };
 
 // Maps a SQLSTATE to a result code of the table in bsapi.h.

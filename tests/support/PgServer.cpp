@@ -127,7 +127,7 @@ bool PgServer::Start(std::string* error) {
     data = m_strDir + "/data";
     std::string options = "-k " + m_strDir + " -p " + std::to_string(m_nPort) +
                           " -c listen_addresses= -c shared_buffers=16MB -c fsync=off"
-                          " -c max_connections=200";
+                          " -c max_connections=200 -c deadlock_timeout=100ms";
     m_bRunning = Run({BinDir() + "/pg_ctl", "-D", data, "-l", m_strDir + "/server.log", "-w", "-t",
                       "60", "-o", options, "start"},
                      true);
@@ -151,6 +151,8 @@ std::string PgServer::Dsn() const {
 
 bool PgServer::Exec(const std::string& sql, std::string* value) const {
     PGconn* conn = PQconnectdb((Dsn() + " application_name=ws_test").c_str());
+    PQsetNoticeProcessor(
+        conn, [](void*, const char*) {}, nullptr);  // "drop cascades to ..."
     PGresult* res = PQexec(conn, sql.c_str());
     ExecStatusType st = PQresultStatus(res);
     bool ok = st == PGRES_TUPLES_OK || st == PGRES_COMMAND_OK;

@@ -12,8 +12,9 @@ namespace ws_test {
 // The server runs PostgreSQL 15 from /usr/lib/postgresql/15/bin ($WS_PG_BIN overrides). As root
 // it runs as Debian's `postgres` user, which the server requires. Settings are tuned for tests:
 // 16 MB of shared buffers, fsync off (commits still reach the kernel before they are
-// acknowledged, so a killed server loses nothing it acknowledged), Unix socket only. A watchdog
-// process stops the server and removes its directory should the test process die.
+// acknowledged, so a killed server loses nothing it acknowledged), deadlocks found after 100 ms,
+// Unix socket only. A watchdog process stops the server and removes its directory should the test
+// process die.
 class PgServer {
 public:
     PgServer() = default;
