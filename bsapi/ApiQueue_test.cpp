@@ -127,6 +127,25 @@ TEST_P(QueueTest, RawBytesAndTypedMessages) {
     EXPECT_TRUE(back.Equals(VariableData(-5LL)));
 }
 
+TEST_P(QueueTest, MessagesOfAnyBytesRoundTrip) {
+    ASSERT_EQ(Open(m_h, "q'\"\\\xff", BS_MQ_OPEN_CREATE), BS_OK);
+    std::string big(1 << 20, '\0');
+    for (size_t i = 0; i < big.size(); ++i)
+        big[i] = static_cast<char>(i * 13);
+    MemCache bytes(big.data(), big.size());
+    const std::string name = "n'\"\\\xfe'); DELETE FROM bs_msg; --";
+    unsigned long long id = 0;
+    ASSERT_EQ(bs_mq_push(m_h, bytes, static_cast<unsigned>(big.size()), name.c_str(), id, 3),
+              BS_OK);
+    MemCache out;
+    unsigned size = 0;
+    std::string gotName;
+    long t = 0;
+    ASSERT_EQ(bs_mq_pop(m_h, out, size, gotName, t, id, 0, false), BS_OK);
+    EXPECT_TRUE(std::string(out.GetBuffer(), size) == big);
+    EXPECT_EQ(gotName, name);
+}
+
 TEST_P(QueueTest, EmptyPopWaitsForItsTimeout) {
     ASSERT_EQ(Open(m_h, "idle", BS_MQ_OPEN_CREATE), BS_OK);
     VariableData v;

@@ -183,6 +183,50 @@ TEST_P(TableTest, InsertValuesAreTypedAndChecked) {
     EXPECT_EQ(static_cast<long long>(r["_FIELD_AUTOID_"]), static_cast<long long>(id));
 }
 
+// Strings of any bytes and 1 MiB long in indexed and unique fields: stored, found and compared
+// by every byte, also where two values share their first kilobyte.
+TEST_P(TableTest, LongBinaryStringsInIndexedFields) {
+    bs_tdfield key("key", VariableData::VT_STRING, 0, BS_FIELD_UNIQUE);
+    bs_tdfield tag("tag", VariableData::VT_STRING, 0, BS_FIELD_INDEXED);
+    ASSERT_EQ(bs_tabledb_create_table(m_h, "bin'\"\xff", {&key, &tag}, 0), BS_OK);
+    std::string a(1 << 20, '\0');
+    for (size_t i = 0; i < a.size(); ++i)
+        a[i] = static_cast<char>(i % 253);
+    std::string b = a;
+    b[5000] = '\xff';  // a < b, equal in their first 5000 bytes
+    unsigned long long id = 0;
+    for (const std::string* s : {&a, &b}) {
+        ASSERT_EQ(
+            bs_tabledb_insert_record(m_h, "bin'\"\xff", {VariableData(*s), VariableData(*s)}, id),
+            BS_OK);
+    }
+    EXPECT_EQ(bs_tabledb_insert_record(m_h, "bin'\"\xff", {VariableData(a)}, id),
+              BS_ERR_CONSTRAINT);
+    struct Case {
+        const char* field;
+        const std::string* value;
+        unsigned char mode;
+        std::vector<const std::string*> found;
+    } cases[] = {
+        {"tag", &b, BS_CMP_EQUAL, {&b}},     {"key", &a, BS_CMP_EQUAL, {&a}},
+        {"tag", &a, BS_CMP_GREATER, {&b}},   {"tag", &b, BS_CMP_LESS, {&a}},
+        {"tag", &a, BS_CMP_RANGE, {&a, &b}},
+    };
+    for (const Case& c : cases) {
+        VariableData from(*c.value);
+        void* cursor = BS_INVALID_HANDLE;
+        unsigned int n = 0;
+        ASSERT_EQ(bs_tabledb_get_record_by_field(m_h, "bin'\"\xff", c.field, &from, nullptr, c.mode,
+                                                 BS_SEL_FIELD, n, cursor),
+                  BS_OK);
+        std::vector<bs_record> rows = Walk(cursor);
+        ASSERT_EQ(rows.size(), c.found.size()) << c.field << int(c.mode);
+        for (size_t i = 0; i < rows.size(); ++i)
+            EXPECT_TRUE(rows[i]["key"].GetText() == *c.found[i] &&
+                        rows[i]["tag"].GetText() == *c.found[i]);
+    }
+}
+
 TEST_P(TableTest, SelectionsByFieldTimeAndIdWalkEveryPage) {
     std::vector<unsigned long long> ids;
     for (int i = 0; i < 250; ++i)

@@ -217,6 +217,32 @@ TEST_P(TreeTest, PropertiesKeepTypeAndValueAtTheLimits) {
     EXPECT_TRUE(all["u64"].Equals(values["u64"]));
 }
 
+// Names and values of any bytes (quotes, backslashes, NUL, bytes that are not UTF-8, SQL) and a
+// 1 MiB value are kept byte for byte.
+TEST_P(TreeTest, BytesOfAnyKindRoundTripExactly) {
+    ASSERT_EQ(Open("t'\"\\\xff", "m'; DROP TABLE bs_key; --", nullptr), BS_OK);
+    std::string big(1 << 20, '\0');
+    for (size_t i = 0; i < big.size(); ++i)
+        big[i] = static_cast<char>(i * 7 + i / 251);
+    const std::string names[] = {
+        "'", "\"", "\\", "\xff\xfe\x80", "%_*", "x'); DELETE FROM bs_prop; --"};
+    for (const std::string& n : names) {
+        Put(n.c_str(), VariableData(std::string("\0", 1) + n + "\xc3("));
+        ASSERT_EQ(bs_treedb_insert_subkey(m_h, n == "\\" ? "bs" : n.c_str(), 0), BS_OK) << n;
+    }
+    Put("big", VariableData(big));
+    for (const std::string& n : names) {
+        VariableData v;
+        ASSERT_EQ(Get(n.c_str(), v), BS_OK) << n;
+        EXPECT_EQ(v.GetText(), std::string("\0", 1) + n + "\xc3(");
+    }
+    VariableData v;
+    ASSERT_EQ(Get("big", v), BS_OK);
+    EXPECT_TRUE(v.GetText() == big);
+    EXPECT_EQ(SubKeys().size(), 6u);
+    ASSERT_EQ(bs_treedb_open_subkey(m_h, "x'); DELETE FROM bs_prop; --", 0), BS_OK);
+}
+
 TEST_P(TreeTest, PropertyEditDeleteRenameCodes) {
     ASSERT_EQ(Open("t", "m", nullptr), BS_OK);
     VariableData v;
