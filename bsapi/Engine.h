@@ -118,9 +118,34 @@ public:
     virtual int Delete() = 0;
 };
 
+// A message with everything a copy of the queue keeps.
+struct CStoredMessage : CMessage {
+    unsigned char m_byPriority = 0;
+};
+
+// What moving an installation between engines needs beyond the sessions (EngineCopy.cpp): every
+// server and tree holding data, and records and messages written with the ids they had.
+class CEngineStore {
+public:
+    virtual ~CEngineStore() = default;
+    virtual int Servers(std::list<CServerAddr>& servers) = 0;
+    virtual int Trees(const CServerAddr& server, std::list<std::string>& names) = 0;
+    // Every message of a queue, in the order pops take them.
+    virtual int Messages(const CServerAddr& server, const std::string& queue,
+                         std::vector<CStoredMessage>& out) = 0;
+    // Adds messages to an existing queue with their ids, priorities, names and times.
+    virtual int PutMessages(const CServerAddr& server, const std::string& queue,
+                            const std::vector<CStoredMessage>& messages) = 0;
+    // Adds records (with their "_FIELD_AUTOID_" and "_FIELD_CTIME_") to an existing table.
+    virtual int PutRecords(const CServerAddr& server, const std::string& db,
+                           const std::string& table, const std::vector<bs_tdfield>& fields,
+                           const std::vector<bs_record>& records) = 0;
+};
+
 class CEngine {
 public:
     virtual ~CEngine() = default;
+    virtual CEngineStore& Store() = 0;
     virtual std::unique_ptr<CTreeSession> NewTree() = 0;
     virtual std::unique_ptr<CTableSession> NewTable() = 0;
     virtual std::unique_ptr<CQueueSession> NewQueue() = 0;
@@ -134,6 +159,9 @@ public:
 // The engine chosen by the setting BSAPI_ENGINE (EngineConfig.h): unset, empty or "sqlite" the
 // embedded engine, "postgres" the networked one. Null with `code` set when the name is unknown.
 CEngine* ChosenEngine(int& code);
+
+// An engine by its name ("sqlite", "postgres"); null when unknown.
+CEngine* EngineNamed(const std::string& name);
 
 // The engines' factories (bsapi/sqlite, bsapi/postgres).
 CEngine* SqliteEngine();

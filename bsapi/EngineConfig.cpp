@@ -72,15 +72,19 @@ long EngineSettingMs(const char* name, long dflt, long lo, long hi) {
     return v;
 }
 
-CEngine* ChosenEngine(int& code) {
-    std::string name = EngineSetting("BSAPI_ENGINE");
-    code = BS_OK;
-    if (name.empty() || name == "sqlite")
+CEngine* EngineNamed(const std::string& name) {
+    if (name == "sqlite")
         return SqliteEngine();
     if (name == "postgres")
         return PostgresEngine();
-    code = BS_ERR_NO_ENGINE;
     return nullptr;
+}
+
+CEngine* ChosenEngine(int& code) {
+    std::string name = EngineSetting("BSAPI_ENGINE");
+    CEngine* engine = EngineNamed(name.empty() ? "sqlite" : name);
+    code = engine ? BS_OK : BS_ERR_NO_ENGINE;
+    return engine;
 }
 
 }  // namespace bsapi

@@ -423,5 +423,14 @@ BSAPI_API int bs_mq_delete(void*& handle);  // the handle stays open; later call
 BSAPI_API int bs_mq_query_all_names(std::list<std::string>& names, const char* address,
                                     unsigned short port);
 
+// ----------------------------------------------------------------------------- tools
+// Copies an installation's data from engine `from` to engine `to` ("sqlite", "postgres"; each
+// with its usual settings): every tree, table database and queue of every database server, with
+// key paths, property types, record ids and creation times, and message ids, priorities, names
+// and times. The source is only read. BS_ERR_EXISTS (nothing written) when the destination holds
+// a tree, table database or queue of the same name on the same server already. `report` gets one
+// line per object copied, or the names in the way.
+BSAPI_API int bs_copy_all_data(const char* from, const char* to, std::string& report);
+
 // ----------------------------------------------------------------------------- tests only
 BSAPI_API void bs_debug_fail_next(const char* call, int code, int count);

@@ -73,7 +73,8 @@ CPgConn::TimePoint CPgConn::Deadline() const {
     return std::chrono::steady_clock::now() + std::chrono::milliseconds(m_nTimeoutMs + 1000);
 }
 
-int CPgConn::Connect(const std::string& schema, std::shared_ptr<CPgConn>& out) {
+int CPgConn::Connect(const CServerAddr& server, std::shared_ptr<CPgConn>& out, bool ensure) {
+    const std::string schema = PgSchemaName(server);
     CPgTarget target;
     int rc = PgTarget(schema, target);
     if (rc != BS_OK)
@@ -85,8 +86,32 @@ int CPgConn::Connect(const std::string& schema, std::shared_ptr<CPgConn>& out) {
     }
     keys.push_back(nullptr);
     values.push_back(nullptr);
-    std::shared_ptr<CPgConn> conn(new CPgConn());
+    std::string key = schema;
+    for (size_t i = 0; i < keys.size() - 1; ++i)
+        key += std::string("\n") + keys[i] + "=" + values[i];
+    std::shared_ptr<CPgConn> conn;
+    if (CPgConn* idle = PgTakeIdle(key)) {
+        conn.reset(idle, &PgRecycle);
+    } else {
+        rc = Open(keys, values, target, conn);
+        if (rc != BS_OK)
+            return rc;
+    }
     conn->m_strSchema = schema;
+    conn->m_strPoolKey = key;
+    if (ensure && !conn->m_bEnsured) {
+        rc = PgEnsureSchema(*conn, server);
+        if (rc != BS_OK)
+            return rc;
+        conn->m_bEnsured = true;
+    }
+    out = std::move(conn);
+    return BS_OK;
+}
+
+int CPgConn::Open(const std::vector<const char*>& keys, const std::vector<const char*>& values,
+                  const CPgTarget& target, std::shared_ptr<CPgConn>& out) {
+    std::shared_ptr<CPgConn> conn(new CPgConn(), &PgRecycle);
     conn->m_strWhere = target.m_strWhere;
     conn->m_nTimeoutMs = target.m_nTimeoutMs;
     conn->m_pConn = PQconnectStartParams(keys.data(), values.data(), 0);
@@ -120,11 +145,20 @@ int CPgConn::Connect(const std::string& schema, std::shared_ptr<CPgConn>& out) {
     }
     PQsetnonblocking(conn->m_pConn, 1);
     PQsetNoticeReceiver(conn->m_pConn, &CPgConn::OnNotice, conn.get());
-    rc = PgEnsureSchema(*conn);
-    if (rc != BS_OK)
-        return rc;
     out = std::move(conn);
     return BS_OK;
+}
+
+bool CPgConn::Reusable() {
+    std::lock_guard<std::mutex> lock(m_mtx);
+    if (m_pConn == nullptr || m_bUserTxn || m_nDoomCode != 0 || m_nScopeDepth != 0 ||
+        m_bFatalSeen || PQtransactionStatus(m_pConn) != PQTRANS_IDLE)
+        return false;
+    if (m_bListening && SimpleLocked("UNLISTEN *") != BS_OK)
+        return false;
+    m_bListening = false;
+    TakeNotification("");
+    return true;
 }
 
 // The server's notices and warnings go to our rate-limited log; a FATAL one that arrives while
@@ -449,7 +483,11 @@ int CPgConn::KeepLive() {
 }
 
 int CPgConn::Listen(const std::string& channel) {
-    return Simple("LISTEN \"" + channel + "\"");
+    std::lock_guard<std::mutex> lock(m_mtx);
+    int rc = SimpleLocked("LISTEN \"" + channel + "\"");
+    if (rc == BS_OK)
+        m_bListening = true;
+    return rc;
 }
 
 void CPgConn::DropNotifications() {

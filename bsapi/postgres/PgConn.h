@@ -10,20 +10,31 @@
 #include <mutex>
 #include <string>
 #include <unordered_map>
+#include <vector>
 
+#include "bsapi/Engine.h"
 #include "bsapi/postgres/PgWire.h"
 
 namespace bsapi {
+
+struct CPgTarget;
 
 class CPgConn {
 public:
     typedef std::chrono::steady_clock::time_point TimePoint;
 
     ~CPgConn();
-    // Connects with the configured connection string, the search path on `schema`, and creates
-    // the schema when this process has not seen it yet. BS_ERR_CONN_LOST (with a message naming
-    // the server, never the password) when the server cannot be reached in time.
-    static int Connect(const std::string& schema, std::shared_ptr<CPgConn>& out);
+    // Connects with the configured connection string and the search path on the server's schema,
+    // and (with `ensure`) creates the schema when this process has not seen it yet.
+    // BS_ERR_CONN_LOST (with a message naming the server, never the password) when the server
+    // cannot be reached in time. A connection that a closed handle left in good order (no
+    // transaction, nothing listened to) is taken up again when the settings are the same
+    // (PgPool.cpp); the last owner gives it back.
+    static int Connect(const CServerAddr& server, std::shared_ptr<CPgConn>& out,
+                       bool ensure = true);
+    const std::string& PoolKey() const { return m_strPoolKey; }
+    // True when the connection can serve another handle as it is; clears what it listened to.
+    bool Reusable();
     const std::string& Schema() const { return m_strSchema; }
 
     // Runs one statement, prepared on this connection when it first runs; parameters and results
@@ -58,12 +69,14 @@ public:
 
     // Notifications: LISTEN on `channel` (our own identifier, never caller text), drop those
     // received so far, and wait for one until `deadline`: BS_OK, BS_ERR_TIMEOUT or a lost code.
-    int Listen(const std::string& channel);
+    int Listen(const std::string& channel);  // LISTEN; Reusable() ends it
     void DropNotifications();
     int WaitNotification(const std::string& channel, TimePoint deadline);
 
 private:
     CPgConn() = default;
+    static int Open(const std::vector<const char*>& keys, const std::vector<const char*>& values,
+                    const CPgTarget& target, std::shared_ptr<CPgConn>& out);
     int RunLocked(const std::string& sql, const CPgParams& params, CPgResult& res);
     int SimpleLocked(const std::string& sql);
     int Await(TimePoint deadline);  // until a result can be read without blocking
@@ -88,7 +101,14 @@ private:
     long long m_llNextStmt = 0;
     std::string m_strLastState;
     bool m_bFatalSeen = false;  // the server announced the end of the connection
+    bool m_bListening = false;
+    bool m_bEnsured = false;   // the schema was checked (or made) on this connection
+    std::string m_strPoolKey;  // schema and settings: idle connections are shared by this key
 };
+
+// The pool of idle connections (PgPool.cpp): at most a few per key, for this process only.
+CPgConn* PgTakeIdle(const std::string& key);
+void PgRecycle(CPgConn* conn);  // the deleter of every connection's shared_ptr
 
 // Maps a SQLSTATE to a result code of the table in bsapi.h.
 int MapSqlState(const char* state);

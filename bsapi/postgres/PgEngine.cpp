@@ -39,6 +39,7 @@ int Names(const CServerAddr& server, const char* sql, const CPgParams& params,
 
 class CPgEngine : public CEngine {
 public:
+    CEngineStore& Store() override { return PgStore(); }
     std::unique_ptr<CTreeSession> NewTree() override { return std::make_unique<CPgTree>(); }
     std::unique_ptr<CTableSession> NewTable() override { return NewPgTable(); }
     std::unique_ptr<CQueueSession> NewQueue() override { return NewPgQueue(); }

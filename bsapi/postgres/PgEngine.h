@@ -11,8 +11,9 @@
 
 namespace bsapi {
 
-// Creates the connection's schema unless this process has seen it in place (PgSchema.cpp).
-int PgEnsureSchema(CPgConn& conn);
+// Creates the connection's schema for `server` unless this process has seen it in place
+// (PgSchema.cpp).
+int PgEnsureSchema(CPgConn& conn, const CServerAddr& server);
 // Forgets that a schema was seen (it went away), so that the next connect creates it again.
 void PgForgetSchema(const std::string& schema);
 const long long kSchemaLockKey = 0x6273617069L;  // the advisory lock taken while creating
@@ -22,7 +23,10 @@ const long long kSchemaLockKey = 0x6273617069L;  // the advisory lock taken whil
 long long PgLockKey(const std::string& schema, int kind, long long id);
 
 // A new connection for `server` (its schema created when missing).
-int PgConnect(const CServerAddr& server, std::shared_ptr<CPgConn>& out);
+inline int PgConnect(const CServerAddr& server, std::shared_ptr<CPgConn>& out) {
+    return CPgConn::Connect(server, out, true);
+}
+CEngineStore& PgStore();
 
 // A tree session: one connection, standing on one key (held by its id, which no other key ever
 // takes: ids come from a sequence).

@@ -1,6 +1,7 @@
 // The networked engine's schema: one per database server, created on first use by whichever
 // process gets there first, under an advisory lock so that two never race.
 //
+//   bs_meta(version, address, port)            the schema's version and its database server
 //   bs_tree(id, name)                          trees
 //   bs_key(id, tree, parent, name, path, phash) keys; path = "main\a\b", phash = sha256(path):
 //                                              opening a path is one probe of (tree, phash), and
@@ -23,7 +24,8 @@ namespace bsapi {
 namespace {
 
 const char* const kSchemaSql =
-    "CREATE TABLE IF NOT EXISTS bs_meta(version int NOT NULL);"
+    "CREATE TABLE IF NOT EXISTS bs_meta(version int NOT NULL, address bytea NOT NULL,"
+    " port int NOT NULL);"
     "CREATE TABLE IF NOT EXISTS bs_tree(id bigserial PRIMARY KEY, name bytea NOT NULL UNIQUE);"
     "CREATE TABLE IF NOT EXISTS bs_key(id bigserial PRIMARY KEY,"
     " tree bigint NOT NULL REFERENCES bs_tree(id) ON DELETE CASCADE,"
@@ -45,8 +47,10 @@ const char* const kSchemaSql =
     " lname bytea NOT NULL, UNIQUE(db, name), UNIQUE(db, lname));"
     "CREATE TABLE IF NOT EXISTS bs_field(tbl bigint NOT NULL REFERENCES bs_table(id)"
     " ON DELETE CASCADE, pos int NOT NULL, name bytea NOT NULL, type smallint NOT NULL,"
-    " length bigint NOT NULL, idx smallint NOT NULL, PRIMARY KEY(tbl, pos));"
-    "INSERT INTO bs_meta(version) SELECT 1 WHERE NOT EXISTS(SELECT 1 FROM bs_meta);";
+    " length bigint NOT NULL, idx smallint NOT NULL, PRIMARY KEY(tbl, pos));";
+const char* const kMeta =
+    "INSERT INTO bs_meta(version, address, port) SELECT 1, $1::bytea, $2::bigint"
+    " WHERE NOT EXISTS(SELECT 1 FROM bs_meta)";
 
 // Schemas this process has seen in place. Never destroyed: threads may open handles at exit.
 std::mutex& g_mtxSchemas = *new std::mutex;  // guards g_setSchemas
@@ -54,7 +58,7 @@ std::set<std::string>& g_setSchemas = *new std::set<std::string>;
 
 }  // namespace
 
-int PgEnsureSchema(CPgConn& conn) {
+int PgEnsureSchema(CPgConn& conn, const CServerAddr& server) {
     {
         std::lock_guard<std::mutex> lock(g_mtxSchemas);
         if (g_setSchemas.count(conn.Schema()))
@@ -75,6 +79,8 @@ int PgEnsureSchema(CPgConn& conn) {
             rc = conn.Simple("CREATE SCHEMA IF NOT EXISTS \"" + conn.Schema() + "\"");
         if (rc == BS_OK)
             rc = conn.Simple(kSchemaSql);
+        if (rc == BS_OK)
+            rc = conn.Run(kMeta, CPgParams().Bytes(server.m_strAddress).Int(server.m_nPort));
         rc = conn.EndScope(rc);
         if (rc != BS_OK)
             return rc;

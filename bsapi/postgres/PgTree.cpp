@@ -59,10 +59,6 @@ long long PgLockKey(const std::string& schema, int kind, long long id) {
         PgHash(std::to_string(kind) + ":" + std::to_string(id), PgHash(schema)));
 }
 
-int PgConnect(const CServerAddr& server, std::shared_ptr<CPgConn>& out) {
-    return CPgConn::Connect(PgSchemaName(server), out);
-}
-
 std::string CPgTree::FullPath(const std::vector<std::string>& relPath) const {
     return JoinPath(JoinPath(m_strMainKey, m_vecSub), relPath);
 }
