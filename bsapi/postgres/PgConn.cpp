@@ -223,11 +223,13 @@ int CPgConn::ErrorCode(const PGresult* res) {
     return rc;
 }
 
-// Reads the results of `commands` pipelined commands and the closing sync; the rows of command
-// `target` go to `res`. The first failure's code is returned.
-int CPgConn::Collect(int commands, int target, CPgResult& res, TimePoint deadline) {
+// Reads the results of `commands` commands (in pipeline mode also the closing sync, and then
+// leaves that mode); the rows of command `target` go to `res`. The first failure's code is
+// returned.
+int CPgConn::Collect(int commands, int target, CPgResult* res, TimePoint deadline) {
+    bool pipeline = PQpipelineStatus(m_pConn) != PQ_PIPELINE_OFF;
     int err = BS_OK;
-    for (int i = 0; i <= commands; ++i) {
+    for (int i = 0; i < commands + (pipeline ? 1 : 0); ++i) {
         for (;;) {
             int rc = Await(deadline);
             if (rc != BS_OK)
@@ -238,8 +240,8 @@ int CPgConn::Collect(int commands, int target, CPgResult& res, TimePoint deadlin
             ExecStatusType s = PQresultStatus(r);
             if (s == PGRES_FATAL_ERROR && err == BS_OK)
                 err = ErrorCode(r);
-            if (i == target && (s == PGRES_TUPLES_OK || s == PGRES_COMMAND_OK)) {
-                res.Reset(r);
+            if (res != nullptr && i == target && (s == PGRES_TUPLES_OK || s == PGRES_COMMAND_OK)) {
+                res->Reset(r);
             } else {
                 PQclear(r);
             }
@@ -247,7 +249,7 @@ int CPgConn::Collect(int commands, int target, CPgResult& res, TimePoint deadlin
                 break;  // no empty result follows the sync
         }
     }
-    if (PQexitPipelineMode(m_pConn) != 1)
+    if (pipeline && PQexitPipelineMode(m_pConn) != 1)
         return Lost("the pipeline did not end");
     return err;
 }
@@ -276,6 +278,14 @@ int CPgConn::RunLocked(const std::string& sql, const CPgParams& params, CPgResul
     std::vector<const char*> values;
     std::vector<int> lengths, formats;
     params.Arrays(values, lengths, formats);
+    if (!wrap && !prepare) {
+        // The common case: one round trip, as a plain prepared execution.
+        if (!PQsendQueryPrepared(m_pConn, name.c_str(), params.Count(), values.data(),
+                                 lengths.data(), formats.data(), 1))
+            return Lost("sending failed");
+        int rc = Collect(1, 0, &res, Deadline());
+        return rc == BS_OK ? BS_OK : Failed(rc, false);
+    }
     if (PQenterPipelineMode(m_pConn) != 1)
         return Lost("cannot enter pipeline mode");
     int commands = 0, sent = 1;
@@ -299,7 +309,7 @@ int CPgConn::RunLocked(const std::string& sql, const CPgParams& params, CPgResul
     sent &= PQpipelineSync(m_pConn);
     if (!sent)
         return Lost("sending failed");
-    int rc = Collect(commands, target, res, Deadline());
+    int rc = Collect(commands, target, &res, Deadline());
     if (rc == BS_OK) {
         if (prepare)
             m_mapPrepared[sql] = name;
@@ -348,19 +358,7 @@ int CPgConn::SimpleLocked(const std::string& sql) {
         return m_nLostCode;
     if (!PQsendQuery(m_pConn, sql.c_str()))
         return Lost("sending failed");
-    TimePoint deadline = Deadline();
-    int err = BS_OK;
-    for (;;) {
-        int rc = Await(deadline);
-        if (rc != BS_OK)
-            return rc;
-        PGresult* r = PQgetResult(m_pConn);
-        if (r == nullptr)
-            break;
-        if (PQresultStatus(r) == PGRES_FATAL_ERROR && err == BS_OK)
-            err = ErrorCode(r);
-        PQclear(r);
-    }
+    int err = Collect(1, -1, nullptr, Deadline());
     if (err == BS_ERR_CONN_LOST)
         return Lost("the server ended the connection");
     return err;

@@ -80,7 +80,7 @@ private:
     int RunLocked(const std::string& sql, const CPgParams& params, CPgResult& res);
     int SimpleLocked(const std::string& sql);
     int Await(TimePoint deadline);  // until a result can be read without blocking
-    int Collect(int commands, int target, CPgResult& res, TimePoint deadline);
+    int Collect(int commands, int target, CPgResult* res, TimePoint deadline);
     int ErrorCode(const PGresult* res);
     int Lost(const char* why);
     int Failed(int rc, bool wrapped);  // the follow-up of a failed statement

@@ -69,6 +69,10 @@ private:
     long long m_llTreeId = 0, m_llKeyId = 0;
 };
 
+// The notification channel of a queue: our own hash of the schema and the queue's id (a collision
+// only wakes a pop that then finds nothing and sleeps again).
+std::string PgChannel(const std::string& schema, long long queue);
+
 std::unique_ptr<CTableSession> NewPgTable();
 std::unique_ptr<CQueueSession> NewPgQueue();
 

@@ -16,6 +16,8 @@ using tarn::VariableData;
 
 namespace {
 
+const unsigned kVacuumEvery = 1000;
+
 const char* const kCreate =
     "INSERT INTO bs_queue(name) VALUES($1::bytea) ON CONFLICT (name) DO NOTHING";
 const char* const kFind = "SELECT id FROM bs_queue WHERE name = $1::bytea";
@@ -23,13 +25,21 @@ const char* const kPush =
     "WITH m AS (INSERT INTO bs_msg(queue, prio, name, ctime, value)"
     " VALUES($1::bigint, $2::bigint, $3::bytea, $4::bigint, $5::bytea) RETURNING id)"
     " SELECT m.id FROM m, pg_notify($6::text, '') n";
+// A pop and a peek answer one row: the message (NULLs when there is none), whether the queue
+// exists (so that an empty queue costs one round trip too) and whether another message remains.
+// Each look is an ordered LIMIT 1 on the queue's index, which the planner always walks from the
+// queue's first entry (an EXISTS was once planned as a scan of the whole table).
 const char* const kTake =
-    "DELETE FROM bs_msg WHERE id = (SELECT id FROM bs_msg WHERE queue = $1::bigint"
-    " ORDER BY prio DESC, id LIMIT 1 FOR UPDATE SKIP LOCKED) RETURNING id, name, ctime, value";
+    "WITH m AS (DELETE FROM bs_msg WHERE id = (SELECT id FROM bs_msg WHERE queue = $1::bigint"
+    " ORDER BY prio DESC, id LIMIT 1 FOR UPDATE SKIP LOCKED) RETURNING id, name, ctime, value)"
+    " SELECT m.id, m.name, m.ctime, m.value, EXISTS(SELECT 1 FROM bs_queue WHERE id = $1::bigint),"
+    " (SELECT id FROM bs_msg WHERE queue = $1::bigint AND id <> m.id ORDER BY prio DESC, id"
+    " LIMIT 1) IS NOT NULL FROM (SELECT 1) one LEFT JOIN m ON TRUE";
 const char* const kPeek =
-    "SELECT id, name, ctime, value FROM bs_msg WHERE queue = $1::bigint ORDER BY prio DESC, id"
-    " LIMIT 1";
-const char* const kExists = "SELECT EXISTS(SELECT 1 FROM bs_queue WHERE id = $1::bigint)";
+    "WITH m AS (SELECT id, name, ctime, value FROM bs_msg WHERE queue = $1::bigint"
+    " ORDER BY prio DESC, id LIMIT 1)"
+    " SELECT m.id, m.name, m.ctime, m.value, EXISTS(SELECT 1 FROM bs_queue WHERE id = $1::bigint),"
+    " TRUE FROM (SELECT 1) one LEFT JOIN m ON TRUE";
 const char* const kLength =
     "SELECT EXISTS(SELECT 1 FROM bs_queue WHERE id = $1::bigint),"
     " (SELECT count(*) FROM bs_msg WHERE queue = $1::bigint)";
@@ -40,6 +50,17 @@ const char* const kClear =
 const char* const kDrop =
     "WITH d AS (DELETE FROM bs_queue WHERE id = $1::bigint RETURNING 1)"
     " SELECT count(*) FROM d, pg_notify($2::text, '') n";
+
+}  // namespace
+
+std::string PgChannel(const std::string& schema, long long queue) {
+    char channel[40];
+    std::snprintf(channel, sizeof channel, "bsq_%016llx",
+                  PgHash(std::to_string(queue), PgHash(schema)));
+    return channel;
+}
+
+namespace {
 
 class CPgQueue : public CQueueSession {
 public:
@@ -61,11 +82,7 @@ public:
         if (res.Rows() == 0)
             return BS_ERR_NO_QUEUE;
         long long id = res.Int(0, 0);
-        // A channel per queue, named by our own hash of the schema and the queue's id (a
-        // collision only wakes a pop that then finds nothing and sleeps again).
-        char channel[40];
-        std::snprintf(channel, sizeof channel, "bsq_%016llx",
-                      PgHash(std::to_string(id), PgHash(conn->Schema())));
+        std::string channel = PgChannel(conn->Schema(), id);
         if (m_bListening && m_strChannel != channel) {
             rc = conn->Simple("UNLISTEN \"" + m_strChannel + "\"");
             if (rc != BS_OK)
@@ -75,6 +92,7 @@ public:
         m_pConn = conn;
         m_llQueue = id;
         m_strChannel = channel;
+        m_bKnownEmpty = false;
         return BS_OK;
     }
 
@@ -106,14 +124,21 @@ public:
             if (rc != BS_OK)
                 return rc;
             m_bListening = true;
+            m_bKnownEmpty = false;
         }
+        // When the last look found the queue empty while we listened, every push since has been
+        // heard (or is on its way): a waiting pop sleeps at once instead of looking again.
+        bool look = !(m_bListening && m_bKnownEmpty);
         for (;;) {
-            // What was heard so far is older than the look below, which sees those pushes.
-            m_pConn->DropNotifications();
-            int rc = TryPop(message, peek);
-            if (rc != BS_ERR_TIMEOUT || std::chrono::steady_clock::now() >= deadline)
-                return rc;
-            rc = m_pConn->WaitNotification(m_strChannel, deadline);
+            if (look) {
+                // What was heard so far is older than the look below, which sees those pushes.
+                m_pConn->DropNotifications();
+                int rc = TryPop(message, peek);
+                if (rc != BS_ERR_TIMEOUT || std::chrono::steady_clock::now() >= deadline)
+                    return rc;
+            }
+            look = true;
+            int rc = m_pConn->WaitNotification(m_strChannel, deadline);
             if (rc != BS_OK && rc != BS_ERR_TIMEOUT)
                 return rc;
         }
@@ -153,22 +178,30 @@ private:
         int rc = m_pConn->Run(peek ? kPeek : kTake, CPgParams().Int(m_llQueue), res);
         if (rc != BS_OK)
             return rc;
-        if (res.Rows() > 0) {
-            message.m_ullId = static_cast<unsigned long long>(res.Int(0, 0));
-            message.m_strName = res.Bytes(0, 1);
-            message.m_lTime = static_cast<long>(res.Int(0, 2));
-            return res.Serial(0, 3, message.m_varValue) ? BS_OK : BS_ERR_CORRUPT;
+        if (res.Rows() != 1)
+            return BS_ERR_INTERNAL;
+        m_bKnownEmpty = res.IsNull(0, 0) || !res.Int(0, 5);
+        if (res.IsNull(0, 0))
+            return res.Int(0, 4) ? BS_ERR_TIMEOUT : BS_ERR_NO_QUEUE;
+        if (!peek && ++m_nTaken % kVacuumEvery == 0) {
+            // A queue's deleted messages lie before its first live one, and every pop walks
+            // over them until the table is vacuumed; between the server's own rounds (a minute
+            // apart by default) a busy consumer clears them itself. Skipped while another
+            // vacuum runs; a refusal (not the table's owner) costs nothing but the try.
+            m_pConn->Simple("VACUUM (SKIP_LOCKED) bs_msg");
         }
-        rc = m_pConn->Run(kExists, CPgParams().Int(m_llQueue), res);
-        if (rc != BS_OK)
-            return rc;
-        return res.Int(0, 0) ? BS_ERR_TIMEOUT : BS_ERR_NO_QUEUE;
+        message.m_ullId = static_cast<unsigned long long>(res.Int(0, 0));
+        message.m_strName = res.Bytes(0, 1);
+        message.m_lTime = static_cast<long>(res.Int(0, 2));
+        return res.Serial(0, 3, message.m_varValue) ? BS_OK : BS_ERR_CORRUPT;
     }
 
     std::shared_ptr<CPgConn> m_pConn;
     long long m_llQueue = 0;
     std::string m_strChannel;
-    bool m_bListening = false;  // LISTEN on m_strChannel was sent on this connection
+    bool m_bListening = false;        // LISTEN on m_strChannel was sent on this connection
+    bool m_bKnownEmpty = false;       // the last look found no further message
+    unsigned long long m_nTaken = 0;  // messages this session took
 };
 
 }  // namespace

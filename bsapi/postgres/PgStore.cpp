@@ -109,6 +109,13 @@ public:
         }
         if (rc == BS_OK)
             rc = conn->Run(SetPast("bs_msg", "bs_msg_id_seq"), CPgParams());
+        CPgResult res;
+        if (rc == BS_OK)  // waiting pops hear of the messages as of any push
+            rc = conn->Run("SELECT id FROM bs_queue WHERE name = $1::bytea",
+                           CPgParams().Bytes(queue), res);
+        if (rc == BS_OK && res.Rows() == 1)
+            rc = conn->Run("SELECT pg_notify($1::text, '')",
+                           CPgParams().Bytes(PgChannel(conn->Schema(), res.Int(0, 0))));
         return conn ? conn->EndScope(rc) : rc;
     }
 
