@@ -3,16 +3,31 @@
 # is empty, and runs webharbour in the foreground serving the console at
 # http://127.0.0.1:8121/ (stop it with Ctrl-C).
 #
+# --postgres: the same on PostgreSQL instead, a local server kept under the build folder
+# (scripts/local-postgres.sh starts it when it is not running; it keeps running afterwards).
+#
 # Environment: JOBS (build parallelism, default nproc); BUILD_DIR (default build); CONSOLE_PORT
 # (default: ListenPort of build/tree/webharbour/middle.ini, 8121); CONSOLE_DEMO_PASSWORD (the demo
 # administrator's password, default below; used only when the demo user is first created).
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
+postgres=0
+case "${1:-}" in
+  "") ;;
+  --postgres) postgres=1 ;;
+  *) echo "usage: $0 [--postgres]" >&2; exit 2 ;;
+esac
+
 scripts/setup.sh
 build="${BUILD_DIR:-build}"
 cmake -S . -B "$build" -G Ninja >/dev/null
 cmake --build "$build" -j "${JOBS:-$(nproc)}" --target webharbour bsctl console
+if [ "$postgres" = 1 ]; then
+  eval "$(scripts/local-postgres.sh start "$build")"
+  echo "run-console: PostgreSQL at $BSAPI_PG_DSN (stop it with scripts/local-postgres.sh stop);"
+  echo "run-console: the tree's tools reach it after eval \"\$(scripts/local-postgres.sh start $build)\""
+fi
 
 tree="$(cd "$build" && pwd)/tree"
 bsctl() { "$tree/bin/bsctl" "$@" 2>/dev/null; }
