@@ -1,6 +1,6 @@
-// The internal engine interface: every storage engine (embedded SQLite, networked PostgreSQL) serves
-// the bs_* calls through these sessions. The API layer validates names and arguments, owns the
-// handle registry and the recorded open arguments; an engine only stores and finds.
+// The internal engine interface: every storage engine (embedded SQLite, networked PostgreSQL)
+// serves the bs_* calls through these sessions. The API layer validates names and arguments, owns
+// the handle registry and the recorded open arguments; an engine only stores and finds.
 #pragma once
 
 #include <list>
@@ -25,6 +25,23 @@ public:
     virtual ~CSession() = default;
     virtual int KeepLive() = 0;  // 0 while the session can still serve
 };
+
+// The backslash path of main key `main` and the parts `sub`, then `rel` ("main\a\b"). With
+// `renamed`: the path that the last of them (the main key when there is none) gets when it is
+// renamed so.
+inline std::string KeyPath(const std::string& main, std::vector<std::string> sub,
+                           const std::vector<std::string>& rel,
+                           const std::string* renamed = nullptr) {
+    sub.insert(sub.end(), rel.begin(), rel.end());
+    if (renamed != nullptr && sub.empty())
+        return *renamed;
+    if (renamed != nullptr)
+        sub.back() = *renamed;
+    std::string path = main;
+    for (const std::string& part : sub)
+        path += "\\" + part;
+    return path;
+}
 
 class CTreeSession : public CSession {
 public:
@@ -75,6 +92,47 @@ class CCursor : public CSession {
 public:
     virtual int Current(bs_record& record) = 0;
     virtual int Next() = 0;
+};
+
+// A cursor that reads its selection a page of records at a time, ordered by "_FIELD_AUTOID_",
+// each page after the last id seen, so that it holds no statement or transaction open between
+// calls. An engine supplies Fetch.
+class CPagedCursor : public CCursor {
+public:
+    static const unsigned kPage = 100;
+    int Current(bs_record& record) override {
+        if (m_nPos >= m_vecPage.size())
+            return BS_ERR_END;
+        record = m_vecPage[m_nPos];
+        return BS_OK;
+    }
+    int Next() override {
+        if (m_nPos >= m_vecPage.size())
+            return BS_ERR_END;
+        if (++m_nPos < m_vecPage.size())
+            return BS_OK;
+        if (m_bLast)
+            return BS_ERR_END;
+        int rc = Fetch();
+        if (rc != BS_OK)
+            return rc;
+        return m_vecPage.empty() ? BS_ERR_END : BS_OK;
+    }
+    // Loads the page after m_llLastId (up to kPage records) with SetPage.
+    virtual int Fetch() = 0;
+
+protected:
+    void SetPage(std::vector<bs_record>& page) {
+        m_bLast = page.size() < kPage;
+        m_vecPage.swap(page);
+        m_nPos = 0;
+    }
+    long long m_llLastId = 0;  // the id of the last record fetched
+
+private:
+    std::vector<bs_record> m_vecPage;
+    size_t m_nPos = 0;
+    bool m_bLast = false;
 };
 
 class CTableSession : public CSession {

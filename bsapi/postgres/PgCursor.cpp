@@ -1,6 +1,4 @@
-// The networked engine's record selections and cursors. A cursor keeps the selection and the last
-// id it returned, and reads the next page of 100 records from there, so it holds no statement or
-// transaction open between calls.
+// The networked engine's record selections and its cursors' pages (CPagedCursor walks them).
 #include "bsapi/Values.h"
 #include "bsapi/postgres/PgTableSql.h"
 
@@ -10,38 +8,17 @@ using tarn::VariableData;
 
 namespace {
 
-const unsigned kPage = 100;
-
 void AddArgs(const CPgWhere& where, CPgParams& params) {
     for (const VariableData& v : where.m_vecArgs)
         params.Field(v);
 }
 
-class CPgCursor : public CCursor {
+class CPgCursor : public CPagedCursor {
 public:
     CPgCursor(std::shared_ptr<CPgConn> conn, CPgTableMeta meta, CPgWhere where)
         : m_pConn(std::move(conn)), m_meta(std::move(meta)), m_where(std::move(where)) {}
     int KeepLive() override { return m_pConn->KeepLive(); }
-    int Current(bs_record& record) override {
-        if (m_nPos >= m_vecPage.size())
-            return BS_ERR_END;
-        record = m_vecPage[m_nPos];
-        return BS_OK;
-    }
-    int Next() override {
-        if (m_nPos >= m_vecPage.size())
-            return BS_ERR_END;
-        if (++m_nPos < m_vecPage.size())
-            return BS_OK;
-        if (m_bLast)
-            return BS_ERR_END;
-        int rc = Fetch();
-        if (rc != BS_OK)
-            return rc;
-        return m_vecPage.empty() ? BS_ERR_END : BS_OK;
-    }
-    // Loads the page after the last record seen.
-    int Fetch() {
+    int Fetch() override {
         int n = static_cast<int>(m_where.m_vecArgs.size());
         std::string sql = "SELECT " + PgSelectList(m_meta) + " FROM " + m_meta.Name() + " WHERE (" +
                           m_where.m_strSql + ") AND id > $" + std::to_string(n + 1) +
@@ -58,9 +35,7 @@ public:
             PgReadRow(res, r, m_meta, page[static_cast<size_t>(r)]);
             m_llLastId = res.Int(r, 0);
         }
-        m_bLast = page.size() < kPage;
-        m_vecPage.swap(page);
-        m_nPos = 0;
+        SetPage(page);
         return BS_OK;
     }
 
@@ -68,10 +43,6 @@ private:
     std::shared_ptr<CPgConn> m_pConn;
     CPgTableMeta m_meta;
     CPgWhere m_where;
-    std::vector<bs_record> m_vecPage;
-    size_t m_nPos = 0;
-    long long m_llLastId = 0;
-    bool m_bLast = false;
 };
 
 }  // namespace

@@ -45,13 +45,6 @@ const char* const kRename =
     " WHERE id IN (SELECT id FROM sub) AND NOT EXISTS(SELECT 1 FROM clash) RETURNING 1)"
     " SELECT EXISTS(SELECT 1 FROM k), EXISTS(SELECT 1 FROM clash), (SELECT count(*) FROM upd)";
 
-std::string JoinPath(const std::string& main, const std::vector<std::string>& parts) {
-    std::string p = main;
-    for (const std::string& s : parts)
-        p += "\\" + s;
-    return p;
-}
-
 }  // namespace
 
 long long PgLockKey(const std::string& schema, int kind, long long id) {
@@ -60,7 +53,7 @@ long long PgLockKey(const std::string& schema, int kind, long long id) {
 }
 
 std::string CPgTree::FullPath(const std::vector<std::string>& relPath) const {
-    return JoinPath(JoinPath(m_strMainKey, m_vecSub), relPath);
+    return KeyPath(m_strMainKey, m_vecSub, relPath);
 }
 
 int CPgTree::FindKey(const std::string& path, long long& id, bool* mainExists) {
@@ -93,7 +86,7 @@ int CPgTree::Open(const CServerAddr& server, const std::string& tree, const std:
         if (rc != BS_OK)
             return rc;
     }
-    std::string path = JoinPath(mainKey, subPath);
+    std::string path = KeyPath(mainKey, subPath, {});
     for (int attempt = 0; attempt < 3; ++attempt) {
         CPgResult res;
         int rc = conn->Run(kOpen, CPgParams().Bytes(tree).Bytes(mainKey).Bytes(path), res);
@@ -134,7 +127,7 @@ int CPgTree::OpenSubKey(const std::vector<std::string>& subPath) {
         return BS_ERR_CONN_CLOSED;
     long long id = 0;
     bool main = false;
-    int rc = FindKey(JoinPath(m_strMainKey, subPath), id, &main);
+    int rc = FindKey(KeyPath(m_strMainKey, subPath, {}), id, &main);
     if (rc == BS_ERR_NO_KEY)
         return main ? BS_ERR_NO_SUBKEY : BS_ERR_NO_MAINKEY;
     if (rc != BS_OK)
@@ -147,7 +140,7 @@ int CPgTree::OpenSubKey(const std::vector<std::string>& subPath) {
 void CPgTree::Where(std::string& tree, std::string& mainKey, std::string& subKey) const {
     tree = m_strTree;
     mainKey = m_strMainKey;
-    subKey = JoinPath("", m_vecSub);
+    subKey = KeyPath("", m_vecSub, {});
     if (!subKey.empty())
         subKey.erase(0, 1);
 }
@@ -209,19 +202,8 @@ int CPgTree::DeleteSubKey(const std::vector<std::string>& relPath) {
 
 int CPgTree::RenameSubKey(const std::vector<std::string>& relPath, const std::string& newName) {
     std::string oldPath = FullPath(relPath);
+    std::string newPath = KeyPath(m_strMainKey, m_vecSub, relPath, &newName);
     bool isMain = relPath.empty() && m_vecSub.empty();
-    std::string newPath;
-    if (isMain) {
-        newPath = newName;
-    } else if (relPath.empty()) {
-        std::vector<std::string> sub = m_vecSub;
-        sub.back() = newName;
-        newPath = JoinPath(m_strMainKey, sub);
-    } else {
-        std::vector<std::string> renamed = relPath;
-        renamed.back() = newName;
-        newPath = FullPath(renamed);
-    }
     CPgResult res;
     int rc = m_pConn->Run(kRename,
                           CPgParams()
