@@ -216,13 +216,27 @@ private:
         int rc = Describe(table, meta);
         return rc != BS_OK ? rc : op(meta);
     }
-    // The condition of a change limited to the oldest `limit` records.
-    static std::string Limited(const CPgTableMeta& meta, const CSelection& sel,
-                               const CPgWhere& where, int limitParam) {
-        if (sel.m_nLimit == 0)
-            return where.m_strSql;
-        return "id IN (SELECT id FROM " + meta.Name() + " WHERE " + where.m_strSql +
-               " ORDER BY ctime, id LIMIT $" + std::to_string(limitParam) + "::bigint)";
+    // Runs `head` (an UPDATE or a DELETE whose parameters are in `params`) on the records of the
+    // selection, at most its `limit` oldest ones; `count` gets the number of records changed.
+    int Change(const CPgTableMeta& meta, const CSelection& sel, const std::string& head,
+               CPgParams& params, unsigned int& count) {
+        CPgWhere where;
+        int rc = PgWhere(sel, meta, params.Count() + 1, where);
+        if (rc != BS_OK)
+            return rc;
+        for (const VariableData& v : where.m_vecArgs)
+            params.Field(v);
+        std::string cond = where.m_strSql;
+        if (sel.m_nLimit > 0) {
+            params.Int(sel.m_nLimit);
+            cond = "id IN (SELECT id FROM " + meta.Name() + " WHERE " + cond +
+                   " ORDER BY ctime, id LIMIT $" + std::to_string(params.Count()) + "::bigint)";
+        }
+        CPgResult res;
+        rc = m_pConn->Run(head + " WHERE " + cond, params, res);
+        if (rc == BS_OK)
+            count = static_cast<unsigned int>(res.Affected());
+        return rc;
     }
 
     std::shared_ptr<CPgConn> m_pConn;
@@ -286,10 +300,6 @@ int CPgTable::Update(const std::string& table, const std::vector<std::string>& n
     if (names.size() != values.size() || names.empty())
         return BS_ERR_BAD_ARG;
     return WithMeta(table, [&](const CPgTableMeta& meta) -> int {
-        CPgWhere where;
-        int rc = PgWhere(sel, meta, static_cast<int>(names.size()) + 1, where);
-        if (rc != BS_OK)
-            return rc;
         CPgParams params;
         std::string set;
         for (size_t i = 0; i < names.size(); ++i) {
@@ -301,47 +311,21 @@ int CPgTable::Update(const std::string& table, const std::vector<std::string>& n
             if (pos == meta.m_vecFields.size())
                 return BS_ERR_NO_FIELD;
             VariableData typed;
-            rc = CoerceToField(meta.m_vecFields[pos], values[i], typed);
+            int rc = CoerceToField(meta.m_vecFields[pos], values[i], typed);
             if (rc != BS_OK)
                 return rc;
             params.Field(typed);
             set += (i ? ", f" : "f") + std::to_string(pos) + " = $" + std::to_string(i + 1) +
                    "::" + PgColumnType(meta.m_vecFields[pos].type);
         }
-        for (const VariableData& v : where.m_vecArgs)
-            params.Field(v);
-        if (sel.m_nLimit > 0)
-            params.Int(sel.m_nLimit);
-        int limitParam = static_cast<int>(names.size() + where.m_vecArgs.size()) + 1;
-        CPgResult res;
-        rc = m_pConn->Run("UPDATE " + meta.Name() + " SET " + set + " WHERE " +
-                              Limited(meta, sel, where, limitParam),
-                          params, res);
-        if (rc == BS_OK)
-            changed = static_cast<unsigned int>(res.Affected());
-        return rc;
+        return Change(meta, sel, "UPDATE " + meta.Name() + " SET " + set, params, changed);
     });
 }
 
 int CPgTable::Delete(const std::string& table, const CSelection& sel, unsigned int& deleted) {
     return WithMeta(table, [&](const CPgTableMeta& meta) -> int {
-        CPgWhere where;
-        int rc = PgWhere(sel, meta, 1, where);
-        if (rc != BS_OK)
-            return rc;
         CPgParams params;
-        for (const VariableData& v : where.m_vecArgs)
-            params.Field(v);
-        if (sel.m_nLimit > 0)
-            params.Int(sel.m_nLimit);
-        int limitParam = static_cast<int>(where.m_vecArgs.size()) + 1;
-        CPgResult res;
-        rc = m_pConn->Run(
-            "DELETE FROM " + meta.Name() + " WHERE " + Limited(meta, sel, where, limitParam),
-            params, res);
-        if (rc == BS_OK)
-            deleted = static_cast<unsigned int>(res.Affected());
-        return rc;
+        return Change(meta, sel, "DELETE FROM " + meta.Name(), params, deleted);
     });
 }
 
