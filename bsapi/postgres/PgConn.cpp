@@ -474,6 +474,7 @@ int CPgConn::KeepLive() {
             break;
         if (!PQconsumeInput(m_pConn))
             return Lost("the server ended the connection");
+        PQisBusy(m_pConn);  // parses what came: a FATAL notice sets m_bFatalSeen
     }
     if (m_bFatalSeen || PQstatus(m_pConn) == CONNECTION_BAD)
         return Lost("the server ended the connection");

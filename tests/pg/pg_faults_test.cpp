@@ -134,7 +134,8 @@ TEST_F(PgFaults, ServerKilledAndRestartedUnderEightLocatorWriters) {
     std::atomic<bool> stop{false};
     std::atomic<long long> restartNs{0};
     std::vector<std::vector<std::string>> written(kThreads);
-    std::vector<double> firstAfter(kThreads, -1);
+    std::vector<double> firstAfter(kThreads, -1);  // each thread its own; read after the join
+    std::atomic<int> writingAgain{0};
     std::vector<std::thread> threads;
     for (int t = 0; t < kThreads; ++t) {
         threads.emplace_back([&, t] {
@@ -149,8 +150,10 @@ TEST_F(PgFaults, ServerKilledAndRestartedUnderEightLocatorWriters) {
                 long long restarted = restartNs;
                 if (rc == 0) {
                     written[t].push_back(what);
-                    if (restarted != 0 && firstAfter[t] < 0)
+                    if (restarted != 0 && firstAfter[t] < 0) {
                         firstAfter[t] = (Clock::now().time_since_epoch().count() - restarted) / 1e9;
+                        ++writingAgain;
+                    }
                 } else {
                     std::this_thread::sleep_for(std::chrono::milliseconds(5));
                 }
@@ -162,7 +165,7 @@ TEST_F(PgFaults, ServerKilledAndRestartedUnderEightLocatorWriters) {
     std::this_thread::sleep_for(std::chrono::milliseconds(300));
     ASSERT_TRUE(Server().Start());
     restartNs = Clock::now().time_since_epoch().count();
-    for (int i = 0; i < 500 && *std::min_element(firstAfter.begin(), firstAfter.end()) < 0; ++i)
+    for (int i = 0; i < 500 && writingAgain < kThreads; ++i)
         std::this_thread::sleep_for(std::chrono::milliseconds(10));
     std::this_thread::sleep_for(std::chrono::milliseconds(200));
     stop = true;
