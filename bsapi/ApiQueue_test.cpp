@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "bsapi/bsapi.h"
+#include "tests/support/PgServer.h"
 
 using tarn::MemCache;
 using tarn::VariableData;
@@ -26,9 +27,10 @@ long long NowNs() {
 
 }  // namespace
 
-class QueueTest : public ::testing::Test {
+class QueueTest : public ::testing::TestWithParam<const char*> {
 protected:
     void SetUp() override {
+        ASSERT_NO_FATAL_FAILURE(ws_test::UseEngine(GetParam()));
         static unsigned short next = 23000;
         m_nPort = next++;
     }
@@ -55,7 +57,7 @@ protected:
     void* m_h = BS_INVALID_HANDLE;
 };
 
-TEST_F(QueueTest, OpenModesLengthClearDeleteAndNames) {
+TEST_P(QueueTest, OpenModesLengthClearDeleteAndNames) {
     EXPECT_EQ(Open(m_h, "jobs", BS_MQ_OPEN_EXISTING), BS_ERR_NO_QUEUE);
     EXPECT_EQ(Open(m_h, "jobs", 3), BS_ERR_BAD_ARG);
     EXPECT_EQ(Open(m_h, "", BS_MQ_OPEN_CREATE), BS_ERR_BAD_NAME);
@@ -87,7 +89,7 @@ TEST_F(QueueTest, OpenModesLengthClearDeleteAndNames) {
     bs_close_handle(other);
 }
 
-TEST_F(QueueTest, PriorityThenPushOrderAndPeek) {
+TEST_P(QueueTest, PriorityThenPushOrderAndPeek) {
     ASSERT_EQ(Open(m_h, "q", BS_MQ_OPEN_CREATE), BS_OK);
     Push(VariableData("low1"));
     Push(VariableData("high"), 9);
@@ -103,7 +105,7 @@ TEST_F(QueueTest, PriorityThenPushOrderAndPeek) {
     EXPECT_EQ(v.GetText(), "low2");  // untouched by the failed pop
 }
 
-TEST_F(QueueTest, RawBytesAndTypedMessages) {
+TEST_P(QueueTest, RawBytesAndTypedMessages) {
     ASSERT_EQ(Open(m_h, "raw", BS_MQ_OPEN_CREATE), BS_OK);
     MemCache bytes("\0\x01\xff zz", 6);
     unsigned long long id = 0;
@@ -125,7 +127,26 @@ TEST_F(QueueTest, RawBytesAndTypedMessages) {
     EXPECT_TRUE(back.Equals(VariableData(-5LL)));
 }
 
-TEST_F(QueueTest, EmptyPopWaitsForItsTimeout) {
+TEST_P(QueueTest, MessagesOfAnyBytesRoundTrip) {
+    ASSERT_EQ(Open(m_h, "q'\"\\\xff", BS_MQ_OPEN_CREATE), BS_OK);
+    std::string big(1 << 20, '\0');
+    for (size_t i = 0; i < big.size(); ++i)
+        big[i] = static_cast<char>(i * 13);
+    MemCache bytes(big.data(), big.size());
+    const std::string name = "n'\"\\\xfe'); DELETE FROM bs_msg; --";
+    unsigned long long id = 0;
+    ASSERT_EQ(bs_mq_push(m_h, bytes, static_cast<unsigned>(big.size()), name.c_str(), id, 3),
+              BS_OK);
+    MemCache out;
+    unsigned size = 0;
+    std::string gotName;
+    long t = 0;
+    ASSERT_EQ(bs_mq_pop(m_h, out, size, gotName, t, id, 0, false), BS_OK);
+    EXPECT_TRUE(std::string(out.GetBuffer(), size) == big);
+    EXPECT_EQ(gotName, name);
+}
+
+TEST_P(QueueTest, EmptyPopWaitsForItsTimeout) {
     ASSERT_EQ(Open(m_h, "idle", BS_MQ_OPEN_CREATE), BS_OK);
     VariableData v;
     long long start = NowNs();
@@ -135,7 +156,7 @@ TEST_F(QueueTest, EmptyPopWaitsForItsTimeout) {
     EXPECT_LT(waitedMs, 2000);
 }
 
-TEST_F(QueueTest, TwoProcessesPoppingNeverShareAMessage) {
+TEST_P(QueueTest, TwoProcessesPoppingNeverShareAMessage) {
     ASSERT_EQ(Open(m_h, "work", BS_MQ_OPEN_CREATE), BS_OK);
     const int kMessages = 600;
     for (int i = 0; i < kMessages; ++i)
@@ -179,7 +200,7 @@ TEST_F(QueueTest, TwoProcessesPoppingNeverShareAMessage) {
         EXPECT_EQ(all[i], i);
 }
 
-TEST_F(QueueTest, PushFromAnotherProcessWakesAWaitingPop) {
+TEST_P(QueueTest, PushFromAnotherProcessWakesAWaitingPop) {
     ASSERT_EQ(Open(m_h, "wake", BS_MQ_OPEN_CREATE), BS_OK);
     int fds[2];
     ASSERT_EQ(pipe(fds), 0);
@@ -210,7 +231,7 @@ TEST_F(QueueTest, PushFromAnotherProcessWakesAWaitingPop) {
     EXPECT_LT((popped - pushed) / 1000000, 100);
 }
 
-TEST_F(QueueTest, DeletingTheQueueWakesAWaitingPopWith121) {
+TEST_P(QueueTest, DeletingTheQueueWakesAWaitingPopWith121) {
     ASSERT_EQ(Open(m_h, "doomed", BS_MQ_OPEN_CREATE), BS_OK);
     pid_t pid = fork();
     if (pid == 0) {
@@ -229,7 +250,7 @@ TEST_F(QueueTest, DeletingTheQueueWakesAWaitingPopWith121) {
     EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0);
 }
 
-TEST_F(QueueTest, ThreadsWithHandlesOfTheirOwnShareOneQueue) {
+TEST_P(QueueTest, ThreadsWithHandlesOfTheirOwnShareOneQueue) {
     ASSERT_EQ(Open(m_h, "shared", BS_MQ_OPEN_CREATE), BS_OK);
     const int kPerThread = 150;
     std::vector<std::vector<int>> got(2);
@@ -267,3 +288,5 @@ TEST_F(QueueTest, ThreadsWithHandlesOfTheirOwnShareOneQueue) {
     for (int i = 0; i < 2 * kPerThread; ++i)
         EXPECT_EQ(all[i], i);
 }
+
+WS_ON_EVERY_ENGINE(QueueTest);

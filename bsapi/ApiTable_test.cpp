@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "bsapi/bsapi.h"
+#include "tests/support/PgServer.h"
 
 using tarn::VariableData;
 
@@ -20,9 +21,10 @@ VariableData Time(long s) {
 
 }  // namespace
 
-class TableTest : public ::testing::Test {
+class TableTest : public ::testing::TestWithParam<const char*> {
 protected:
     void SetUp() override {
+        ASSERT_NO_FATAL_FAILURE(ws_test::UseEngine(GetParam()));
         static unsigned short next = 22000;
         m_nPort = next++;
         ASSERT_EQ(bs_tabledb_open(m_h, "events", "", "", 0, 0, "127.0.0.1", m_nPort), BS_OK);
@@ -79,7 +81,7 @@ protected:
     void* m_h = BS_INVALID_HANDLE;
 };
 
-TEST_F(TableTest, StructureAndNames) {
+TEST_P(TableTest, StructureAndNames) {
     std::list<bs_tdfield*> fields;
     ASSERT_EQ(bs_tabledb_get_fields(m_h, "log", fields), BS_OK);
     ASSERT_EQ(fields.size(), 5u);
@@ -121,7 +123,7 @@ TEST_F(TableTest, StructureAndNames) {
     EXPECT_EQ(names, std::list<std::string>({"archive", "events"}));
 }
 
-TEST_F(TableTest, BadDefinitionsAreRefused) {
+TEST_P(TableTest, BadDefinitionsAreRefused) {
     bs_tdfield autoid("_FIELD_AUTOID_", VariableData::VT_INT32);
     bs_tdfield a("a", VariableData::VT_INT32), a2("A", VariableData::VT_INT32);
     bs_tdfield untyped("u", 0), empty("", VariableData::VT_INT32);
@@ -142,7 +144,7 @@ TEST_F(TableTest, BadDefinitionsAreRefused) {
     EXPECT_EQ(names, std::list<std::string>({"log"}));
 }
 
-TEST_F(TableTest, InsertValuesAreTypedAndChecked) {
+TEST_P(TableTest, InsertValuesAreTypedAndChecked) {
     unsigned long long id = 0;
     std::list<VariableData> ok = {VariableData("n"), VariableData("-7"),
                                   VariableData(std::numeric_limits<unsigned long long>::max()),
@@ -181,7 +183,51 @@ TEST_F(TableTest, InsertValuesAreTypedAndChecked) {
     EXPECT_EQ(static_cast<long long>(r["_FIELD_AUTOID_"]), static_cast<long long>(id));
 }
 
-TEST_F(TableTest, SelectionsByFieldTimeAndIdWalkEveryPage) {
+// Strings of any bytes and 1 MiB long in indexed and unique fields: stored, found and compared
+// by every byte, also where two values share their first kilobyte.
+TEST_P(TableTest, LongBinaryStringsInIndexedFields) {
+    bs_tdfield key("key", VariableData::VT_STRING, 0, BS_FIELD_UNIQUE);
+    bs_tdfield tag("tag", VariableData::VT_STRING, 0, BS_FIELD_INDEXED);
+    ASSERT_EQ(bs_tabledb_create_table(m_h, "bin'\"\xff", {&key, &tag}, 0), BS_OK);
+    std::string a(1 << 20, '\0');
+    for (size_t i = 0; i < a.size(); ++i)
+        a[i] = static_cast<char>(i % 253);
+    std::string b = a;
+    b[5000] = '\xff';  // a < b, equal in their first 5000 bytes
+    unsigned long long id = 0;
+    for (const std::string* s : {&a, &b}) {
+        ASSERT_EQ(
+            bs_tabledb_insert_record(m_h, "bin'\"\xff", {VariableData(*s), VariableData(*s)}, id),
+            BS_OK);
+    }
+    EXPECT_EQ(bs_tabledb_insert_record(m_h, "bin'\"\xff", {VariableData(a)}, id),
+              BS_ERR_CONSTRAINT);
+    struct Case {
+        const char* field;
+        const std::string* value;
+        unsigned char mode;
+        std::vector<const std::string*> found;
+    } cases[] = {
+        {"tag", &b, BS_CMP_EQUAL, {&b}},     {"key", &a, BS_CMP_EQUAL, {&a}},
+        {"tag", &a, BS_CMP_GREATER, {&b}},   {"tag", &b, BS_CMP_LESS, {&a}},
+        {"tag", &a, BS_CMP_RANGE, {&a, &b}},
+    };
+    for (const Case& c : cases) {
+        VariableData from(*c.value);
+        void* cursor = BS_INVALID_HANDLE;
+        unsigned int n = 0;
+        ASSERT_EQ(bs_tabledb_get_record_by_field(m_h, "bin'\"\xff", c.field, &from, nullptr, c.mode,
+                                                 BS_SEL_FIELD, n, cursor),
+                  BS_OK);
+        std::vector<bs_record> rows = Walk(cursor);
+        ASSERT_EQ(rows.size(), c.found.size()) << c.field << int(c.mode);
+        for (size_t i = 0; i < rows.size(); ++i)
+            EXPECT_TRUE(rows[i]["key"].GetText() == *c.found[i] &&
+                        rows[i]["tag"].GetText() == *c.found[i]);
+    }
+}
+
+TEST_P(TableTest, SelectionsByFieldTimeAndIdWalkEveryPage) {
     std::vector<unsigned long long> ids;
     for (int i = 0; i < 250; ++i)
         ids.push_back(Insert(i % 2 ? "odd" : "even", i, 5000 + i));
@@ -230,7 +276,7 @@ TEST_F(TableTest, SelectionsByFieldTimeAndIdWalkEveryPage) {
     EXPECT_EQ(bs_tabledb_get_cursor(cursor, r), BS_ERR_CONN_CLOSED);
 }
 
-TEST_F(TableTest, UpdateAndDeleteByFieldTimeAndId) {
+TEST_P(TableTest, UpdateAndDeleteByFieldTimeAndId) {
     std::vector<unsigned long long> ids;
     for (int i = 0; i < 20; ++i)
         ids.push_back(Insert(i < 10 ? "a" : "b", i, 100 + i));
@@ -281,7 +327,7 @@ TEST_F(TableTest, UpdateAndDeleteByFieldTimeAndId) {
     EXPECT_TRUE(last.empty());
 }
 
-TEST_F(TableTest, RolledBackTransactionLeavesNothing) {
+TEST_P(TableTest, RolledBackTransactionLeavesNothing) {
     EXPECT_EQ(bs_tabledb_rollback_transaction(m_h), BS_ERR_NO_TRANSACTION);
     Insert("kept", 1, 1);
     ASSERT_EQ(bs_tabledb_begin_transaction(m_h), BS_OK);
@@ -303,7 +349,7 @@ TEST_F(TableTest, RolledBackTransactionLeavesNothing) {
     EXPECT_EQ(bs_tabledb_commit_transaction(m_h), BS_ERR_NO_TRANSACTION);
 }
 
-TEST_F(TableTest, ClosingAHandleEndsItsTransactionEvenWithACursorOpen) {
+TEST_P(TableTest, ClosingAHandleEndsItsTransactionEvenWithACursorOpen) {
     ::setenv("BSAPI_BUSY_TIMEOUT_MS", "100", 1);
     ASSERT_EQ(bs_tabledb_begin_transaction(m_h), BS_OK);
     Insert("uncommitted", 1, 1);
@@ -328,3 +374,5 @@ TEST_F(TableTest, ClosingAHandleEndsItsTransactionEvenWithACursorOpen) {
     bs_close_handle(other);
     ::unsetenv("BSAPI_BUSY_TIMEOUT_MS");
 }
+
+WS_ON_EVERY_ENGINE(TableTest);

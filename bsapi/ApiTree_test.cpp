@@ -12,12 +12,14 @@
 #include <vector>
 
 #include "bsapi/bsapi.h"
+#include "tests/support/PgServer.h"
 
 using tarn::VariableData;
 
-class TreeTest : public ::testing::Test {
+class TreeTest : public ::testing::TestWithParam<const char*> {
 protected:
     void SetUp() override {
+        ASSERT_NO_FATAL_FAILURE(ws_test::UseEngine(GetParam()));
         static unsigned short next = 21000;
         m_nPort = next++;  // every test its own server, so no test sees another's data
     }
@@ -42,7 +44,7 @@ protected:
     void* m_h = BS_INVALID_HANDLE;
 };
 
-TEST_F(TreeTest, OpenCodesForMissingTreeMainKeyAndSubKey) {
+TEST_P(TreeTest, OpenCodesForMissingTreeMainKeyAndSubKey) {
     EXPECT_EQ(Open("t", "main", nullptr, 0), BS_ERR_NO_TREE);
     EXPECT_EQ(m_h, BS_INVALID_HANDLE);
     ASSERT_EQ(Open("t", "main", ""), BS_OK);
@@ -63,7 +65,7 @@ TEST_F(TreeTest, OpenCodesForMissingTreeMainKeyAndSubKey) {
     EXPECT_TRUE(mains.empty());
 }
 
-TEST_F(TreeTest, InvalidNamesGiveCode189) {
+TEST_P(TreeTest, InvalidNamesGiveCode189) {
     const std::string longName(2000, 'k');
     struct Case {
         const char* tree;
@@ -96,7 +98,7 @@ TEST_F(TreeTest, InvalidNamesGiveCode189) {
 }
 
 // Names that trip pattern matching, range ends, encodings and letter case.
-TEST_F(TreeTest, UnusualNamesAreKeysOfTheirOwn) {
+TEST_P(TreeTest, UnusualNamesAreKeysOfTheirOwn) {
     const std::vector<std::string> names = {"[x]",          "100%",         "a_b", "*?",
                                             "\xe5\x90\x8d", "\xff\xfe\x80", "Key", "key",
                                             "KEY",          "a]",           "a[",  "'; --"};
@@ -130,7 +132,7 @@ TEST_F(TreeTest, UnusualNamesAreKeysOfTheirOwn) {
     EXPECT_EQ(bs_treedb_insert_subkey(m_h, "missing\\child", 0), BS_ERR_NO_SUBKEY);
 }
 
-TEST_F(TreeTest, SubtreeRenamedAndDeletedWithItsPropertiesOnly) {
+TEST_P(TreeTest, SubtreeRenamedAndDeletedWithItsPropertiesOnly) {
     ASSERT_EQ(Open("t", "m", nullptr), BS_OK);
     // Neighbours whose paths sort right beside the subtree "a": they must survive both changes.
     for (const char* k : {"a", "a\\b", "a\\b\\c", "a\\b2", "a]", "ab", "a[", "z0"}) {
@@ -176,7 +178,7 @@ TEST_F(TreeTest, SubtreeRenamedAndDeletedWithItsPropertiesOnly) {
     EXPECT_TRUE(SubKeys().empty());
 }
 
-TEST_F(TreeTest, PropertiesKeepTypeAndValueAtTheLimits) {
+TEST_P(TreeTest, PropertiesKeepTypeAndValueAtTheLimits) {
     ASSERT_EQ(Open("t", "m", nullptr), BS_OK);
     VariableData t;
     t.PutTimeValue(std::numeric_limits<long>::min());
@@ -215,7 +217,33 @@ TEST_F(TreeTest, PropertiesKeepTypeAndValueAtTheLimits) {
     EXPECT_TRUE(all["u64"].Equals(values["u64"]));
 }
 
-TEST_F(TreeTest, PropertyEditDeleteRenameCodes) {
+// Names and values of any bytes (quotes, backslashes, NUL, bytes that are not UTF-8, SQL) and a
+// 1 MiB value are kept byte for byte.
+TEST_P(TreeTest, BytesOfAnyKindRoundTripExactly) {
+    ASSERT_EQ(Open("t'\"\\\xff", "m'; DROP TABLE bs_key; --", nullptr), BS_OK);
+    std::string big(1 << 20, '\0');
+    for (size_t i = 0; i < big.size(); ++i)
+        big[i] = static_cast<char>(i * 7 + i / 251);
+    const std::string names[] = {
+        "'", "\"", "\\", "\xff\xfe\x80", "%_*", "x'); DELETE FROM bs_prop; --"};
+    for (const std::string& n : names) {
+        Put(n.c_str(), VariableData(std::string("\0", 1) + n + "\xc3("));
+        ASSERT_EQ(bs_treedb_insert_subkey(m_h, n == "\\" ? "bs" : n.c_str(), 0), BS_OK) << n;
+    }
+    Put("big", VariableData(big));
+    for (const std::string& n : names) {
+        VariableData v;
+        ASSERT_EQ(Get(n.c_str(), v), BS_OK) << n;
+        EXPECT_EQ(v.GetText(), std::string("\0", 1) + n + "\xc3(");
+    }
+    VariableData v;
+    ASSERT_EQ(Get("big", v), BS_OK);
+    EXPECT_TRUE(v.GetText() == big);
+    EXPECT_EQ(SubKeys().size(), 6u);
+    ASSERT_EQ(bs_treedb_open_subkey(m_h, "x'); DELETE FROM bs_prop; --", 0), BS_OK);
+}
+
+TEST_P(TreeTest, PropertyEditDeleteRenameCodes) {
     ASSERT_EQ(Open("t", "m", nullptr), BS_OK);
     VariableData v;
     EXPECT_EQ(Get("x", v), BS_ERR_NO_KEY);
@@ -248,7 +276,7 @@ TEST_F(TreeTest, PropertyEditDeleteRenameCodes) {
     EXPECT_TRUE(names.empty());
 }
 
-TEST_F(TreeTest, RolledBackTransactionLeavesNothing) {
+TEST_P(TreeTest, RolledBackTransactionLeavesNothing) {
     ASSERT_EQ(Open("t", "m", nullptr), BS_OK);
     EXPECT_EQ(bs_treedb_commit_transaction(m_h), BS_ERR_NO_TRANSACTION);
     EXPECT_EQ(bs_treedb_rollback_transaction(m_h), BS_ERR_NO_TRANSACTION);
@@ -272,7 +300,7 @@ TEST_F(TreeTest, RolledBackTransactionLeavesNothing) {
     EXPECT_EQ(Get("committed", v), BS_OK);
 }
 
-TEST_F(TreeTest, ContendingWriterGetsBusyAndTheFileStaysWhole) {
+TEST_P(TreeTest, ContendingWriterGetsBusyAndTheFileStaysWhole) {
     ::setenv("BSAPI_BUSY_TIMEOUT_MS", "150", 1);
     ASSERT_EQ(Open("t", "m", nullptr), BS_OK);
     Put("n", VariableData(0));
@@ -310,7 +338,7 @@ TEST_F(TreeTest, ContendingWriterGetsBusyAndTheFileStaysWhole) {
     ::unsetenv("BSAPI_BUSY_TIMEOUT_MS");
 }
 
-TEST_F(TreeTest, HandleCodesForClosedForeignAndWrongKindHandles) {
+TEST_P(TreeTest, HandleCodesForClosedForeignAndWrongKindHandles) {
     VariableData v;
     EXPECT_EQ(bs_treedb_get_property(m_h, "x", v), BS_ERR_CONN_CLOSED);
     void* null = nullptr;
@@ -330,7 +358,7 @@ TEST_F(TreeTest, HandleCodesForClosedForeignAndWrongKindHandles) {
 }
 
 // The verification-code key: absent on a fresh installation (28), readable once seeded.
-TEST_F(TreeTest, VerificationCodeKeyOnAFreshInstallation) {
+TEST_P(TreeTest, VerificationCodeKeyOnAFreshInstallation) {
     EXPECT_EQ(Open("ccubase", "Config", "VerifyCode", 0x80000), BS_ERR_NO_SUBKEY);
     ASSERT_EQ(Open("ccubase", "Config", nullptr, 0x80080), BS_OK);
     for (const char* code : {"AbC1", "x9z"}) {
@@ -345,7 +373,7 @@ TEST_F(TreeTest, VerificationCodeKeyOnAFreshInstallation) {
 
 // Names and values of any content give a code of the table and leave a tree that still reads back
 // whole: every listed key opens and lists its own children.
-TEST_F(TreeTest, ArbitraryNamesAndValuesGiveCodesNeverDamage) {
+TEST_P(TreeTest, ArbitraryNamesAndValuesGiveCodesNeverDamage) {
     ASSERT_EQ(Open("fuzz", "m", nullptr), BS_OK);
     std::mt19937 rng(20240611);
     const char alphabet[] = {'a', 'A', '\\', '%', '[', ']', '\xff', '_', ' ', '\'', '*'};
@@ -408,7 +436,7 @@ TEST_F(TreeTest, ArbitraryNamesAndValuesGiveCodesNeverDamage) {
     EXPECT_GT(visited, 1u);
 }
 
-TEST_F(TreeTest, ReopenRetargetsOnlyWhenTheNewPlaceExists) {
+TEST_P(TreeTest, ReopenRetargetsOnlyWhenTheNewPlaceExists) {
     ASSERT_EQ(Open("first", "m1", nullptr), BS_OK);
     ASSERT_EQ(bs_treedb_insert_subkey(m_h, "k", 0), BS_OK);
     EXPECT_EQ(bs_treedb_reopen(m_h, "m2", nullptr, "name2", 0, "first"), BS_ERR_NO_MAINKEY);
@@ -429,7 +457,7 @@ TEST_F(TreeTest, ReopenRetargetsOnlyWhenTheNewPlaceExists) {
     EXPECT_EQ(tree + "/" + main + "/" + sub, "first/m1/k");
 }
 
-TEST_F(TreeTest, WritersInSeveralProcessesLoseNothing) {
+TEST_P(TreeTest, WritersInSeveralProcessesLoseNothing) {
     ASSERT_EQ(Open("shared", "m", nullptr), BS_OK);
     const int kWriters = 3, kEach = 120;
     std::vector<pid_t> pids;
@@ -463,3 +491,5 @@ TEST_F(TreeTest, WritersInSeveralProcessesLoseNothing) {
     EXPECT_EQ(all.size(), static_cast<size_t>(kWriters * kEach));
     EXPECT_EQ(static_cast<int>(all["w2_119"]), 119);
 }
+
+WS_ON_EVERY_ENGINE(TreeTest);

@@ -1,6 +1,6 @@
-// The internal engine interface: every storage engine (embedded SQLite, later PostgreSQL) serves
-// the bs_* calls through these sessions. The API layer validates names and arguments, owns the
-// handle registry and the recorded open arguments; an engine only stores and finds.
+// The internal engine interface: every storage engine (embedded SQLite, networked PostgreSQL)
+// serves the bs_* calls through these sessions. The API layer validates names and arguments, owns
+// the handle registry and the recorded open arguments; an engine only stores and finds.
 #pragma once
 
 #include <list>
@@ -25,6 +25,23 @@ public:
     virtual ~CSession() = default;
     virtual int KeepLive() = 0;  // 0 while the session can still serve
 };
+
+// The backslash path of main key `main` and the parts `sub`, then `rel` ("main\a\b"). With
+// `renamed`: the path that the last of them (the main key when there is none) gets when it is
+// renamed so.
+inline std::string KeyPath(const std::string& main, std::vector<std::string> sub,
+                           const std::vector<std::string>& rel,
+                           const std::string* renamed = nullptr) {
+    sub.insert(sub.end(), rel.begin(), rel.end());
+    if (renamed != nullptr && sub.empty())
+        return *renamed;
+    if (renamed != nullptr)
+        sub.back() = *renamed;
+    std::string path = main;
+    for (const std::string& part : sub)
+        path += "\\" + part;
+    return path;
+}
 
 class CTreeSession : public CSession {
 public:
@@ -77,6 +94,47 @@ public:
     virtual int Next() = 0;
 };
 
+// A cursor that reads its selection a page of records at a time, ordered by "_FIELD_AUTOID_",
+// each page after the last id seen, so that it holds no statement or transaction open between
+// calls. An engine supplies Fetch.
+class CPagedCursor : public CCursor {
+public:
+    static const unsigned kPage = 100;
+    int Current(bs_record& record) override {
+        if (m_nPos >= m_vecPage.size())
+            return BS_ERR_END;
+        record = m_vecPage[m_nPos];
+        return BS_OK;
+    }
+    int Next() override {
+        if (m_nPos >= m_vecPage.size())
+            return BS_ERR_END;
+        if (++m_nPos < m_vecPage.size())
+            return BS_OK;
+        if (m_bLast)
+            return BS_ERR_END;
+        int rc = Fetch();
+        if (rc != BS_OK)
+            return rc;
+        return m_vecPage.empty() ? BS_ERR_END : BS_OK;
+    }
+    // Loads the page after m_llLastId (up to kPage records) with SetPage.
+    virtual int Fetch() = 0;
+
+protected:
+    void SetPage(std::vector<bs_record>& page) {
+        m_bLast = page.size() < kPage;
+        m_vecPage.swap(page);
+        m_nPos = 0;
+    }
+    long long m_llLastId = 0;  // the id of the last record fetched
+
+private:
+    std::vector<bs_record> m_vecPage;
+    size_t m_nPos = 0;
+    bool m_bLast = false;
+};
+
 class CTableSession : public CSession {
 public:
     virtual int Open(const CServerAddr& server, const std::string& dbName) = 0;
@@ -118,9 +176,34 @@ public:
     virtual int Delete() = 0;
 };
 
+// A message with everything a copy of the queue keeps.
+struct CStoredMessage : CMessage {
+    unsigned char m_byPriority = 0;
+};
+
+// What moving an installation between engines needs beyond the sessions (EngineCopy.cpp): every
+// server and tree holding data, and records and messages written with the ids they had.
+class CEngineStore {
+public:
+    virtual ~CEngineStore() = default;
+    virtual int Servers(std::list<CServerAddr>& servers) = 0;
+    virtual int Trees(const CServerAddr& server, std::list<std::string>& names) = 0;
+    // Every message of a queue, in the order pops take them.
+    virtual int Messages(const CServerAddr& server, const std::string& queue,
+                         std::vector<CStoredMessage>& out) = 0;
+    // Adds messages to an existing queue with their ids, priorities, names and times.
+    virtual int PutMessages(const CServerAddr& server, const std::string& queue,
+                            const std::vector<CStoredMessage>& messages) = 0;
+    // Adds records (with their "_FIELD_AUTOID_" and "_FIELD_CTIME_") to an existing table.
+    virtual int PutRecords(const CServerAddr& server, const std::string& db,
+                           const std::string& table, const std::vector<bs_tdfield>& fields,
+                           const std::vector<bs_record>& records) = 0;
+};
+
 class CEngine {
 public:
     virtual ~CEngine() = default;
+    virtual CEngineStore& Store() = 0;
     virtual std::unique_ptr<CTreeSession> NewTree() = 0;
     virtual std::unique_ptr<CTableSession> NewTable() = 0;
     virtual std::unique_ptr<CQueueSession> NewQueue() = 0;
@@ -131,11 +214,15 @@ public:
     virtual int QueueNames(const CServerAddr& server, std::list<std::string>& names) = 0;
 };
 
-// The engine chosen by the environment (BSAPI_ENGINE; unset or "sqlite": the embedded engine).
-// Null with `code` set when the name is unknown.
+// The engine chosen by the setting BSAPI_ENGINE (EngineConfig.h): unset, empty or "sqlite" the
+// embedded engine, "postgres" the networked one. Null with `code` set when the name is unknown.
 CEngine* ChosenEngine(int& code);
 
-// The embedded engine's factory (bsapi/sqlite).
+// An engine by its name ("sqlite", "postgres"); null when unknown.
+CEngine* EngineNamed(const std::string& name);
+
+// The engines' factories (bsapi/sqlite, bsapi/postgres).
 CEngine* SqliteEngine();
+CEngine* PostgresEngine();
 
 }  // namespace bsapi

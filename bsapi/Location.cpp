@@ -1,4 +1,4 @@
-// Where the embedded engine keeps its files, and which engine serves.
+// Where the embedded engine keeps its files.
 //
 // The data root is $BSAPI_DATA_DIR when set, else <install>/middle/data, where <install> is found
 // from the running executable: the resolved path up to and including its last "/Server" when it
@@ -106,15 +106,6 @@ int MakeDirs(const std::string& path) {
     if (::stat(path.c_str(), &st) != 0 || !S_ISDIR(st.st_mode))
         return BS_ERR_IO;
     return BS_OK;
-}
-
-CEngine* ChosenEngine(int& code) {
-    const char* name = std::getenv("BSAPI_ENGINE");
-    code = BS_OK;
-    if (name == nullptr || *name == '\0' || std::strcmp(name, "sqlite") == 0)
-        return SqliteEngine();
-    code = BS_ERR_NO_ENGINE;
-    return nullptr;
 }
 
 }  // namespace bsapi

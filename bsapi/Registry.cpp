@@ -244,6 +244,8 @@ const char* bs_result_text(int code) {
             return "unknown database engine";
         case BS_ERR_INTERNAL:
             return "internal failure";
+        case BS_ERR_CONFLICT:
+            return "the transaction conflicted with another and was rolled back";
         default:
             return "unknown result code";
     }

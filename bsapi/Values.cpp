@@ -180,4 +180,14 @@ bool CoerceToTag(const VariableData& in, unsigned char tag, VariableData& out) {
     }
 }
 
+int CoerceToField(const bs_tdfield& field, const VariableData& in, VariableData& out) {
+    if (!CoerceToTag(in, field.type, out))
+        return BS_ERR_TYPE;
+    if (IsFloatTag(field.type) && !out.IsEmpty() && std::isnan(static_cast<double>(out)))
+        return BS_ERR_TYPE;
+    if (field.length > 0 && out.GetStringLength() > field.length)
+        return BS_ERR_TOO_BIG;
+    return BS_OK;
+}
+
 }  // namespace bsapi

@@ -17,10 +17,14 @@
 //   169   BS_ERR_NO_MAINKEY     the main key does not exist
 //   176   BS_ERR_NO_KEY         the key or property does not exist (get, edit, delete, rename)
 //   189   BS_ERR_BAD_NAME       an invalid name: empty, too long, or a path with an empty part
-//   1005  BS_ERR_CONN_LOST      the connection is lost (the database file went away)
-//   1006  BS_ERR_CONN_RESET     the connection was reset (the database was replaced under it)
+//   1005  BS_ERR_CONN_LOST      the connection is lost: the database file went away, or the
+//                               database server's connection broke, could not be made or did not
+//                               answer within its time-out (close the handle and open it again)
+//   1006  BS_ERR_CONN_RESET     the connection was reset: the database was replaced under it (a
+//                               file replaced, or the server's schema dropped while in use)
 //   1024  BS_ERR_CONN_CLOSED    the handle is not open (all-ones or null)
-//   2001  BS_ERR_BUSY           another writer held the database past the busy timeout
+//   2001  BS_ERR_BUSY           another writer held the database (or the record) past the busy
+//                               timeout
 //   2002  BS_ERR_TIMEOUT        a pop found no message within its timeout
 //   2003  BS_ERR_EXISTS         the key, property, table or tree already exists
 //   2004  BS_ERR_CONSTRAINT     the change breaks a constraint (a second equal value in a field
@@ -36,8 +40,13 @@
 //   2013  BS_ERR_TOO_BIG        a value or buffer is too large
 //   2014  BS_ERR_IN_TRANSACTION begin while a transaction is already open
 //   2015  BS_ERR_NO_MEMORY      out of memory
-//   2016  BS_ERR_NO_ENGINE      the configured engine is unknown or not built in
+//   2016  BS_ERR_NO_ENGINE      the configured engine is unknown or not built in, or its
+//                               configuration cannot be read (a malformed connection string)
 //   2017  BS_ERR_INTERNAL       an unexpected internal failure
+//   2018  BS_ERR_CONFLICT       the transaction lost a conflict with another one (a deadlock or a
+//                               serialization failure). Nothing of it is kept: it is rolled back at
+//                               once, later calls in it answer 2018, and so does its commit; start
+//                               it again
 //
 // Tree open flags (bs_treedb_open, bs_treedb_reopen, bs_treedb_open_subkey)
 //   0x80000 BS_OPEN_CREATE   create a missing tree and main key on open. Sub keys are never created
@@ -105,6 +114,7 @@ enum {
     BS_ERR_NO_MEMORY = 2015,
     BS_ERR_NO_ENGINE = 2016,
     BS_ERR_INTERNAL = 2017,
+    BS_ERR_CONFLICT = 2018,
 };
 
 enum : unsigned {
@@ -412,6 +422,15 @@ BSAPI_API int bs_mq_clear(void*& handle);
 BSAPI_API int bs_mq_delete(void*& handle);  // the handle stays open; later calls answer 121
 BSAPI_API int bs_mq_query_all_names(std::list<std::string>& names, const char* address,
                                     unsigned short port);
+
+// ----------------------------------------------------------------------------- tools
+// Copies an installation's data from engine `from` to engine `to` ("sqlite", "postgres"; each
+// with its usual settings): every tree, table database and queue of every database server, with
+// key paths, property types, record ids and creation times, and message ids, priorities, names
+// and times. The source is only read. BS_ERR_EXISTS (nothing written) when the destination holds
+// a tree, table database or queue of the same name on the same server already. `report` gets one
+// line per object copied, or the names in the way.
+BSAPI_API int bs_copy_all_data(const char* from, const char* to, std::string& report);
 
 // ----------------------------------------------------------------------------- tests only
 BSAPI_API void bs_debug_fail_next(const char* call, int code, int count);

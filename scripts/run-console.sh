@@ -13,8 +13,19 @@
 # (default: ListenPort of the tree's webharbour/middle.ini, 8121); CONSOLE_DEMO_PASSWORD (the demo
 # administrator's password, default below; used only when the demo user is first created);
 # CONSOLE_USER and CONSOLE_PREFIX (root only, see above).
+#
+# --postgres: the same on PostgreSQL instead, a local server kept under the build folder (run as
+# root: under CONSOLE_PREFIX, where its user can reach it); scripts/local-postgres.sh starts it
+# when it is not running, and it keeps running afterwards.
 set -euo pipefail
 cd "$(dirname "$0")/.."
+
+postgres=0
+case "${1:-}" in
+  "") ;;
+  --postgres) postgres=1 ;;
+  *) echo "usage: $0 [--postgres]" >&2; exit 2 ;;
+esac
 
 scripts/setup.sh
 build="${BUILD_DIR:-build}"
@@ -39,6 +50,13 @@ if [ "$(id -u)" = 0 ]; then
   chmod 750 "$tree/middle/log" "$tree/middle/data"
   as_user=(setpriv --reuid="$user" --regid="$(id -g "$user")" --init-groups)
   echo "run-console: serving $tree as user '$user'"
+fi
+if [ "$postgres" = 1 ]; then
+  pgdir="$build"
+  if [ "$(id -u)" = 0 ]; then pgdir="$tree"; fi
+  eval "$(scripts/local-postgres.sh start "$pgdir")"
+  echo "run-console: PostgreSQL at $BSAPI_PG_DSN (stop it with scripts/local-postgres.sh stop $pgdir);"
+  echo "run-console: the tree's tools reach it after eval \"\$(scripts/local-postgres.sh start $pgdir)\""
 fi
 # Every program of the tree runs as the serving user, so the files it makes are that user's.
 run() { "${as_user[@]}" "$tree/bin/$@"; }

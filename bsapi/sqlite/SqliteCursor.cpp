@@ -10,9 +10,7 @@ using tarn::VariableData;
 
 namespace {
 
-const unsigned kPage = 100;
-
-class CSqliteCursor : public CCursor {
+class CSqliteCursor : public CPagedCursor {
 public:
     CSqliteCursor(std::shared_ptr<CSqliteConn> conn, std::string table,
                   std::vector<bs_tdfield> fields, CWhere where)
@@ -21,26 +19,7 @@ public:
           m_vecFields(std::move(fields)),
           m_where(std::move(where)) {}
     int KeepLive() override { return m_pConn->KeepLive(); }
-    int Current(bs_record& record) override {
-        if (m_nPos >= m_vecPage.size())
-            return BS_ERR_END;
-        record = m_vecPage[m_nPos];
-        return BS_OK;
-    }
-    int Next() override {
-        if (m_nPos >= m_vecPage.size())
-            return BS_ERR_END;
-        if (++m_nPos < m_vecPage.size())
-            return BS_OK;
-        if (m_bLast)
-            return BS_ERR_END;
-        int rc = Fetch();
-        if (rc != BS_OK)
-            return rc;
-        return m_vecPage.empty() ? BS_ERR_END : BS_OK;
-    }
-    // Loads the page after the last record seen.
-    int Fetch() {
+    int Fetch() override {
         std::string sql = "SELECT " + SelectList(m_vecFields) + " FROM " + QuoteIdent(m_strTable) +
                           " WHERE (" + m_where.m_strSql + ") AND " + kAutoId + ">? ORDER BY " +
                           kAutoId + " LIMIT " + std::to_string(kPage);
@@ -61,9 +40,7 @@ public:
         }
         if (s != SQLITE_DONE)
             return MapSqlite(s, m_pConn->Db());
-        m_bLast = page.size() < kPage;
-        m_vecPage.swap(page);
-        m_nPos = 0;
+        SetPage(page);
         return BS_OK;
     }
 
@@ -72,10 +49,6 @@ private:
     std::string m_strTable;
     std::vector<bs_tdfield> m_vecFields;
     CWhere m_where;
-    std::vector<bs_record> m_vecPage;
-    size_t m_nPos = 0;
-    long long m_llLastId = 0;
-    bool m_bLast = false;
 };
 
 }  // namespace

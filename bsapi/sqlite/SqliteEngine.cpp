@@ -24,10 +24,34 @@ std::string QueueFilePath(const CServerAddr& server) {
     return ServerDir(server) + "/queues.db";
 }
 
+int ListServerFiles(const CServerAddr& server, const std::string& prefix,
+                    std::list<std::string>& names) {
+    std::list<std::string> out;
+    DIR* dir = ::opendir(ServerDir(server).c_str());
+    if (dir != nullptr) {
+        while (struct dirent* e = ::readdir(dir)) {
+            std::string f = e->d_name;
+            if (f.size() <= prefix.size() + 3 || f.compare(0, prefix.size(), prefix) != 0 ||
+                f.compare(f.size() - 3, 3, ".db") != 0) {
+                continue;
+            }
+            std::string name;
+            if (DecodeFilePart(f.substr(prefix.size(), f.size() - prefix.size() - 3), name)) {
+                out.push_back(name);
+            }
+        }
+        ::closedir(dir);
+    }
+    out.sort();
+    names.swap(out);
+    return BS_OK;
+}
+
 namespace {
 
 class CSqliteEngine : public CEngine {
 public:
+    CEngineStore& Store() override { return SqliteStore(); }
     std::unique_ptr<CTreeSession> NewTree() override { return std::make_unique<CSqliteTree>(); }
     std::unique_ptr<CTableSession> NewTable() override { return NewSqliteTable(); }
     std::unique_ptr<CQueueSession> NewQueue() override { return NewSqliteQueue(); }
@@ -58,7 +82,7 @@ public:
     }
 
     int TableDbNames(const CServerAddr& server, std::list<std::string>& names) override {
-        return ListFiles(server, "table_", names);
+        return ListServerFiles(server, "table_", names);
     }
 
     int QueueNames(const CServerAddr& server, std::list<std::string>& names) override {
@@ -75,30 +99,6 @@ public:
         if (st == nullptr)
             return rc;
         return StepTexts(st, conn->Db(), names);
-    }
-
-private:
-    static int ListFiles(const CServerAddr& server, const std::string& prefix,
-                         std::list<std::string>& names) {
-        std::list<std::string> out;
-        DIR* dir = ::opendir(ServerDir(server).c_str());
-        if (dir != nullptr) {
-            while (struct dirent* e = ::readdir(dir)) {
-                std::string f = e->d_name;
-                if (f.size() <= prefix.size() + 3 || f.compare(0, prefix.size(), prefix) != 0 ||
-                    f.compare(f.size() - 3, 3, ".db") != 0) {
-                    continue;
-                }
-                std::string name;
-                if (DecodeFilePart(f.substr(prefix.size(), f.size() - prefix.size() - 3), name)) {
-                    out.push_back(name);
-                }
-            }
-            ::closedir(dir);
-        }
-        out.sort();
-        names.swap(out);
-        return BS_OK;
     }
 };
 

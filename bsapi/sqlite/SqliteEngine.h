@@ -12,6 +12,10 @@ namespace bsapi {
 std::string TreeFilePath(const CServerAddr& server, const std::string& tree);
 std::string TableDbFilePath(const CServerAddr& server, const std::string& db);
 std::string QueueFilePath(const CServerAddr& server);
+// The names of the server directory's files "<prefix><name>.db", decoded and sorted.
+int ListServerFiles(const CServerAddr& server, const std::string& prefix,
+                    std::list<std::string>& names);
+CEngineStore& SqliteStore();
 extern const char* const kTreeSchema;
 const char* QueueSchema();
 

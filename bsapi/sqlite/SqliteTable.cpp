@@ -190,18 +190,6 @@ public:
     int Rollback() override { return m_pConn->RollbackUser(); }
 
 private:
-    // Coerces `v` to field `f`'s type and length.
-    static int FieldValue(const bs_tdfield& f, const VariableData& v, VariableData& out) {
-        if (!CoerceToTag(v, f.type, out))
-            return BS_ERR_TYPE;
-        if (f.type == VariableData::VT_DOUBLE || f.type == VariableData::VT_FLOAT) {
-            if (!out.IsEmpty() && static_cast<double>(out) != static_cast<double>(out))
-                return BS_ERR_TYPE;  // NaN
-        }
-        if (f.length > 0 && out.GetStringLength() > f.length)
-            return BS_ERR_TOO_BIG;
-        return BS_OK;
-    }
     int Where(const std::string& table, const CSelection& sel, std::vector<bs_tdfield>& fields,
               CWhere& where) {
         int rc = Fields(table, fields);
@@ -221,7 +209,7 @@ int CSqliteTable::Insert(const std::string& table, const std::vector<VariableDat
         return BS_ERR_BAD_ARG;
     std::vector<VariableData> typed(values.size());
     for (size_t i = 0; i < values.size(); ++i) {
-        rc = FieldValue(fields[i], values[i], typed[i]);
+        rc = CoerceToField(fields[i], values[i], typed[i]);
         if (rc != BS_OK)
             return rc;
     }
@@ -290,7 +278,7 @@ int CSqliteTable::Update(const std::string& table, const std::vector<std::string
         }
         if (f == nullptr)
             return BS_ERR_NO_FIELD;
-        rc = FieldValue(*f, values[i], typed[i]);
+        rc = CoerceToField(*f, values[i], typed[i]);
         if (rc != BS_OK)
             return rc;
         set += (i ? "," : "") + QuoteIdent(names[i]) + "=?";

@@ -60,12 +60,7 @@ int BindRange(sqlite3_stmt* st, const std::string& path) {
 }  // namespace
 
 std::string CSqliteTree::FullPath(const std::vector<std::string>& relPath) const {
-    std::string p = m_strMainKey;
-    for (const std::string& s : m_vecSub)
-        p += "\\" + s;
-    for (const std::string& s : relPath)
-        p += "\\" + s;
-    return p;
+    return KeyPath(m_strMainKey, m_vecSub, relPath);
 }
 
 int CSqliteTree::FindKey(const std::string& path, long long& id) {
@@ -269,21 +264,8 @@ int CSqliteTree::DeleteSubKey(const std::vector<std::string>& relPath) {
 
 int CSqliteTree::RenameSubKey(const std::vector<std::string>& relPath, const std::string& newName) {
     std::string oldPath = FullPath(relPath);
-    std::vector<std::string> renamedRel = relPath;
+    std::string newPath = KeyPath(m_strMainKey, m_vecSub, relPath, &newName);
     bool isMain = relPath.empty() && m_vecSub.empty();
-    std::string newPath;
-    if (isMain) {
-        newPath = newName;
-    } else if (relPath.empty()) {
-        std::vector<std::string> sub = m_vecSub;
-        sub.back() = newName;
-        newPath = m_strMainKey;
-        for (const std::string& s : sub)
-            newPath += "\\" + s;
-    } else {
-        renamedRel.back() = newName;
-        newPath = FullPath(renamedRel);
-    }
     CWriteScope scope(*m_pConn);
     int rc = scope.Begin();
     if (rc != BS_OK)

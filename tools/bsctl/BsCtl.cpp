@@ -29,6 +29,9 @@ const char* const kHelp =
     "  queue push   QUEUE TEXT [--name N] [--priority P]\n"
     "  queue pop    QUEUE [--timeout MS]      take one message (default: do not wait)\n"
     "  seed-codes   CODE...                   add verification codes (as code seed)\n"
+    "  copy --from ENGINE --to ENGINE         copy every server's trees, table databases and\n"
+    "                                         queues between engines (sqlite, postgres); the\n"
+    "                                         destination must not hold objects of those names\n"
     "Records:\n"
     "  session list                           web sessions (master:Session) with their values\n"
     "  session show ID                        the properties of one session\n"
@@ -57,7 +60,9 @@ const char* const kHelp =
     "  login move OLD NEW [COMPANY]           rename a login (refused when NEW exists)\n"
     "  login delete NAME\n"
     "Exit status: 0 done, 1 refused or missing, 2 bad arguments.\n"
-    "The data directory is <install>/middle/data, or $BSAPI_DATA_DIR when set.\n";
+    "The engine is BSAPI_ENGINE (sqlite when unset; postgres reads BSAPI_PG_DSN), from the\n"
+    "environment or [bsapi] of <install>/middle/Conf/dbconfig.ini. The embedded engine's data\n"
+    "directory is <install>/middle/data, or $BSAPI_DATA_DIR when set.\n";
 
 }  // namespace
 
@@ -228,9 +233,9 @@ int main(int argc, char** argv) {
     args.m_nPort = static_cast<unsigned short>(port);
     for (const auto& kv : args.m_mapOptions) {
         static const char* const known[] = {
-            "server",      "port",         "limit", "name",       "priority",
-            "timeout",     "user",         "co",    "servertype", "clienttype",
-            "connectstat", "registertime", "label", "useddev",    "usedmon"};
+            "server", "port",    "limit",      "name",       "priority",    "timeout",
+            "user",   "co",      "servertype", "clienttype", "connectstat", "registertime",
+            "label",  "useddev", "usedmon",    "from",       "to"};
         bool ok = false;
         for (const char* k : known)
             ok = ok || kv.first == k;
@@ -246,6 +251,8 @@ int main(int argc, char** argv) {
         return QueueCommand(args);
     if (cmd == "seed-codes")
         return SeedCodes(args);
+    if (cmd == "copy")
+        return CopyCommand(args);
     static const struct {
         const char* name;
         int (*run)(const CArgs&);

@@ -45,6 +45,7 @@ int TreeCommand(const CArgs& args);
 int TableCommand(const CArgs& args);
 int QueueCommand(const CArgs& args);
 int SeedCodes(const CArgs& args);
+int CopyCommand(const CArgs& args);
 
 // Record commands (RecordCmds.cpp, ManageCmds.cpp, CcuLoginCmds.cpp).
 int SessionCommand(const CArgs& args);

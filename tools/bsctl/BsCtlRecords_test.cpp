@@ -11,14 +11,16 @@
 #include "db/PropSetObj.h"
 #include "db/QvHandle.h"
 #include "manage/ManageDB.h"
+#include "tests/support/PgServer.h"
 #include "tests/support/TestTree.h"
 
-class BsCtlRecordsTest : public ::testing::Test {
+class BsCtlRecordsTest : public ::testing::TestWithParam<const char*> {
 protected:
     static void SetUpTestSuite() {
         ASSERT_TRUE(ws_test::CopyExecutable(BSCTL_PATH, ws_test::InstallRoot() + "/bin/bsctl"));
     }
     void SetUp() override {
+        ASSERT_NO_FATAL_FAILURE(ws_test::UseEngine(GetParam()));
         static int next = 25100;
         m_nPort = next++;  // a data directory of its own per test
     }
@@ -40,7 +42,7 @@ protected:
     int m_nPort = 0;
 };
 
-TEST_F(BsCtlRecordsTest, BadArgumentsExitWith2) {
+TEST_P(BsCtlRecordsTest, BadArgumentsExitWith2) {
     const std::vector<std::vector<std::string>> cases = {
         {"session"},
         {"session", "add", "s1", "--user", "u"},  // no --co
@@ -72,7 +74,7 @@ TEST_F(BsCtlRecordsTest, BadArgumentsExitWith2) {
     }
 }
 
-TEST_F(BsCtlRecordsTest, SessionsAreWrittenListedShownAndDeleted) {
+TEST_P(BsCtlRecordsTest, SessionsAreWrittenListedShownAndDeleted) {
     EXPECT_EQ(Run({"session", "list"}), "session\tuser\tco\tservertype\tclienttype\n");
     ASSERT_EQ(Status({"session", "add", "s1", "--user", "alice", "--co", "c1"}), 0);
     ASSERT_EQ(Status({"session", "add", "s2", "--user", "bob", "--co", "c2", "--servertype", "3",
@@ -93,7 +95,7 @@ TEST_F(BsCtlRecordsTest, SessionsAreWrittenListedShownAndDeleted) {
               "session\tuser\tco\tservertype\tclienttype\ns2\tbob\tc2\t3\t-2\n");
 }
 
-TEST_F(BsCtlRecordsTest, VerificationCodesAreSeededListedAndDeleted) {
+TEST_P(BsCtlRecordsTest, VerificationCodesAreSeededListedAndDeleted) {
     int st = -1;
     EXPECT_EQ(Run({"code", "list"}, &st), "");
     EXPECT_EQ(st, 0);  // a fresh installation simply has none
@@ -105,7 +107,7 @@ TEST_F(BsCtlRecordsTest, VerificationCodesAreSeededListedAndDeleted) {
     EXPECT_EQ(Run({"code", "list"}), "zz9\n");
 }
 
-TEST_F(BsCtlRecordsTest, CompaniesAndTheirCcusAreWhatTheLibraryReads) {
+TEST_P(BsCtlRecordsTest, CompaniesAndTheirCcusAreWhatTheLibraryReads) {
     ASSERT_EQ(Status({"company", "add", "c1", "name=Acme Ltd", "maxdev:int32=10", "old=x"}), 0);
     ASSERT_EQ(Status({"company", "add", "c1", "name=Acme Ltd", "maxdev:int32=10"}), 0);
     ASSERT_EQ(Status({"company", "update", "c1", "tel=555"}), 0);
@@ -149,7 +151,7 @@ TEST_F(BsCtlRecordsTest, CompaniesAndTheirCcusAreWhatTheLibraryReads) {
     EXPECT_EQ(Run({"company", "list"}), "c2\n");
 }
 
-TEST_F(BsCtlRecordsTest, LoginNamesAreAddedMovedAndDeleted) {
+TEST_P(BsCtlRecordsTest, LoginNamesAreAddedMovedAndDeleted) {
     EXPECT_EQ(Run({"login", "list"}), "");
     ASSERT_EQ(Status({"login", "add", "alice", "c1"}), 0);
     ASSERT_EQ(Status({"login", "add", "carol", "c2"}), 0);
@@ -173,3 +175,5 @@ TEST_F(BsCtlRecordsTest, LoginNamesAreAddedMovedAndDeleted) {
     EXPECT_EQ(Status({"login", "show", "carol"}), 1);
     EXPECT_EQ(Run({"login", "list"}), "bob\tc3\n");
 }
+
+WS_ON_EVERY_ENGINE(BsCtlRecordsTest);

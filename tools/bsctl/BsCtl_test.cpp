@@ -5,14 +5,16 @@
 #include <vector>
 
 #include "bsapi/bsapi.h"
+#include "tests/support/PgServer.h"
 #include "tests/support/TestTree.h"
 
-class BsCtlTest : public ::testing::Test {
+class BsCtlTest : public ::testing::TestWithParam<const char*> {
 protected:
     static void SetUpTestSuite() {
         // bsctl finds the data directory from its own place: beside this test, in <root>/bin.
         ASSERT_TRUE(ws_test::CopyExecutable(BSCTL_PATH, ws_test::InstallRoot() + "/bin/bsctl"));
     }
+    void SetUp() override { ASSERT_NO_FATAL_FAILURE(ws_test::UseEngine(GetParam())); }
     std::string Run(std::vector<std::string> args, int* status) {
         args.insert(args.begin(), {"--port", "25000"});
         int raw = -1;
@@ -22,7 +24,7 @@ protected:
     }
 };
 
-TEST_F(BsCtlTest, BadArgumentsExitWith2) {
+TEST_P(BsCtlTest, BadArgumentsExitWith2) {
     const std::vector<std::vector<std::string>> cases = {
         {},
         {"nosuch"},
@@ -48,7 +50,7 @@ TEST_F(BsCtlTest, BadArgumentsExitWith2) {
     EXPECT_EQ(status, 2);
 }
 
-TEST_F(BsCtlTest, TreeKeysAndProperties) {
+TEST_P(BsCtlTest, TreeKeysAndProperties) {
     int st = -1;
     Run({"tree", "list", "cfg"}, &st);
     EXPECT_EQ(st, 1);  // no such tree
@@ -76,7 +78,7 @@ TEST_F(BsCtlTest, TreeKeysAndProperties) {
     EXPECT_EQ(st, 1);
 }
 
-TEST_F(BsCtlTest, SeededCodesAreTheSubKeysTheLibraryReads) {
+TEST_P(BsCtlTest, SeededCodesAreTheSubKeysTheLibraryReads) {
     int st = -1;
     EXPECT_EQ(Run({"seed-codes", "AbC1", "x9z"}, &st), "2 codes seeded\n");
     ASSERT_EQ(st, 0);
@@ -89,7 +91,7 @@ TEST_F(BsCtlTest, SeededCodesAreTheSubKeysTheLibraryReads) {
     bs_close_handle(h);
 }
 
-TEST_F(BsCtlTest, QueuesAndTables) {
+TEST_P(BsCtlTest, QueuesAndTables) {
     int st = -1;
     Run({"queue", "pop", "jobs"}, &st);
     EXPECT_EQ(st, 1);  // no such queue
@@ -117,3 +119,5 @@ TEST_F(BsCtlTest, QueuesAndTables) {
     Run({"table", "delete", "ops", "audit", std::to_string(id)}, &st);
     EXPECT_EQ(st, 1);
 }
+
+WS_ON_EVERY_ENGINE(BsCtlTest);

@@ -1,4 +1,4 @@
-// bsctl table and queue commands.
+// bsctl table and queue commands, and the copy of a whole installation between engines.
 #include <algorithm>
 #include <cstdio>
 
@@ -174,6 +174,17 @@ int QueueCommand(const CArgs& a) {
         return EXIT_DONE;
     }
     return Usage("queue needs list, push QUEUE TEXT or pop QUEUE");
+}
+
+// copy --from ENGINE --to ENGINE: every server's data, each engine with its usual settings.
+int CopyCommand(const CArgs& a) {
+    std::string from = a.Option("from", ""), to = a.Option("to", "");
+    if (a.m_vecWords.size() != 1 || from.empty() || to.empty() || from == to)
+        return Usage("copy needs --from ENGINE --to ENGINE (sqlite, postgres), two different ones");
+    std::string report;
+    int rc = bs_copy_all_data(from.c_str(), to.c_str(), report);
+    std::fputs(report.c_str(), rc == BS_OK ? stdout : stderr);
+    return rc == BS_OK ? EXIT_DONE : Refused("copy from " + from + " to " + to, rc);
 }
 
 }  // namespace bsctl
