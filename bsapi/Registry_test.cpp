@@ -113,6 +113,29 @@ TEST_F(RegistryTest, FaultInjectionAnswersTheNextCallsThenStops) {
     EXPECT_EQ(static_cast<int>(v), 1);  // the refused insert did not happen
 }
 
+// A handle used after its close answers 1024 and never reaches a handle opened later, whatever
+// memory the new one took; values never given out stay BS_ERR_BAD_HANDLE.
+TEST_F(RegistryTest, StaleHandleNeverReachesALaterOne) {
+    ASSERT_EQ(Open("stale"), BS_OK);
+    ASSERT_EQ(bs_treedb_insert_property(m_h, "p", VariableData(1), true), BS_OK);
+    for (int round = 0; round < 3; ++round) {
+        void* stale = m_h;
+        ASSERT_EQ(bs_close_handle(m_h), BS_OK);
+        ASSERT_EQ(Open("stale"), BS_OK);
+        EXPECT_NE(m_h, stale);
+        VariableData v;
+        EXPECT_EQ(bs_treedb_get_property(stale, "p", v), BS_ERR_CONN_CLOSED);
+        EXPECT_EQ(bs_treedb_insert_property(stale, "p", VariableData(2), true), BS_ERR_CONN_CLOSED);
+        EXPECT_EQ(bs_handle_keep_live(stale), BS_ERR_CONN_CLOSED);
+        EXPECT_EQ(bs_close_handle(stale), BS_ERR_CONN_CLOSED);
+        ASSERT_EQ(bs_treedb_get_property(m_h, "p", v), BS_OK) << "the later handle still serves";
+        EXPECT_EQ(static_cast<int>(v), 1);
+    }
+    int local = 0;
+    void* never = &local;
+    EXPECT_EQ(bs_handle_keep_live(never), BS_ERR_BAD_HANDLE);
+}
+
 // Run only inside the copy below: creates a tree where the install rule puts it.
 TEST_F(RegistryTest, CreateProbeTree) {
     if (std::getenv("BSAPI_TEST_PROBE") == nullptr)
