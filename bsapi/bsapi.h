@@ -19,7 +19,7 @@
 //   189   BS_ERR_BAD_NAME       an invalid name: empty, too long, or a path with an empty part
 //   1005  BS_ERR_CONN_LOST      the connection is lost (the database file went away)
 //   1006  BS_ERR_CONN_RESET     the connection was reset (the database was replaced under it)
-//   1024  BS_ERR_CONN_CLOSED    the handle is not open (all-ones or null)
+//   1024  BS_ERR_CONN_CLOSED    the handle is not open (all-ones, null, or closed since)
 //   2001  BS_ERR_BUSY           another writer held the database past the busy timeout
 //   2002  BS_ERR_TIMEOUT        a pop found no message within its timeout
 //   2003  BS_ERR_EXISTS         the key, property, table or tree already exists
