@@ -2,6 +2,7 @@
 #include "bsapi/sqlite/SqliteConn.h"
 
 #include <fcntl.h>
+#include <sched.h>
 #include <sys/stat.h>
 #include <time.h>
 #include <unistd.h>
@@ -64,9 +65,10 @@ int MapSqlite(int rc, sqlite3* db) {
     }
 }
 
-// Waits for a lock held by another connection. Short sleeps first (10 us doubling up to 1 ms):
-// writers here hold the lock for microseconds, and SQLite's own handler would sleep whole
-// milliseconds from the start.
+// Waits for a lock held by another connection. Writers here hold the lock for some tens of
+// microseconds, so the first waits only yield the processor (any sleep lasts at least the
+// system's timer slack, 50 us, which would double a queue's push-to-pop time); then sleeps of
+// 10 us doubling up to 1 ms. SQLite's own handler would sleep whole milliseconds from the start.
 int CSqliteConn::OnBusy(void* self, int count) {
     CSqliteConn* conn = static_cast<CSqliteConn*>(self);
     struct timespec now;
@@ -76,7 +78,13 @@ int CSqliteConn::OnBusy(void* self, int count) {
         conn->m_llBusySinceNs = ns;
     if (ns - conn->m_llBusySinceNs >= conn->m_nBusyTimeoutMs * 1000000LL)
         return 0;
-    ::usleep(static_cast<useconds_t>(count < 7 ? 10 << count : 1000));
+    const int kYields = 100;
+    if (count < kYields) {
+        ::sched_yield();
+    } else {
+        const int n = count - kYields;
+        ::usleep(static_cast<useconds_t>(n < 7 ? 10 << n : 1000));
+    }
     return 1;
 }
 
