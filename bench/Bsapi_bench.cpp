@@ -230,11 +230,13 @@ public:
         const std::string q = "BM_QueueLatency_Api/iterations:2000/real_time.";
         const std::string p = "BM_QueueLatency_Pipe/iterations:2000/real_time.";
         if (m_mapCounters.count(q + "median_us") && m_mapCounters.count(p + "median_us")) {
+            const double qm = m_mapCounters[q + "median_us"], q99 = m_mapCounters[q + "p99_us"];
+            const double pm = m_mapCounters[p + "median_us"], p99 = m_mapCounters[p + "p99_us"];
             std::printf(
                 "queue push-to-pop across processes: median %.1f us, p99 %.1f us"
-                " (pipe reference: median %.1f us, p99 %.1f us)\n",
-                double(m_mapCounters[q + "median_us"]), double(m_mapCounters[q + "p99_us"]),
-                double(m_mapCounters[p + "median_us"]), double(m_mapCounters[p + "p99_us"]));
+                " (pipe reference: median %.1f us, p99 %.1f us; ratios %.2f and %.2f, targets"
+                " <= 2 and <= 4)\n",
+                qm, q99, pm, p99, qm / pm, q99 / p99);
         }
     }
 

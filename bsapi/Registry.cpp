@@ -15,6 +15,14 @@ namespace {
 // that the host never joins (a library's maintenance thread, say) may still call in while the
 // process runs its exit-time destructors. Handles left open at exit are closed by the system;
 // the engine's files stay consistent without a last close.
+// Handle values are serial numbers under a tag, never addresses: every open gets the next serial,
+// so a value is never handed out twice in a process and a handle used after its close can only
+// find nothing (1024), never a connection opened later. The tag keeps the values away from
+// anything a caller could hold by mistake (addresses, small integers, all bits set).
+const uintptr_t kHandleTag = static_cast<uintptr_t>(0x6B5Au) << 48;
+const uintptr_t kSerialMask = (static_cast<uintptr_t>(1) << 48) - 1;
+std::atomic<uint64_t> g_ullLastSerial{0};  // the last serial handed out
+
 std::mutex& g_mtxHandles = *new std::mutex;  // guards g_mapHandles
 std::unordered_map<void*, std::shared_ptr<CApiHandle>>& g_mapHandles =
     *new std::unordered_map<void*, std::shared_ptr<CApiHandle>>;
@@ -23,45 +31,64 @@ std::mutex& g_mtxFaults = *new std::mutex;  // guards g_mapFaults
 // call -> (code, remaining count)
 std::map<std::string, std::pair<int, int>>& g_mapFaults =
     *new std::map<std::string, std::pair<int, int>>;
-std::atomic<bool> g_bAnyFault{false};                    // fast path: no rule installed
+std::atomic<bool> g_bAnyFault{false};  // fast path: no rule installed
+
+// True for a value this library handed out at some time (open or closed since).
+bool WasHandedOut(void* handle) {
+    uintptr_t v = reinterpret_cast<uintptr_t>(handle);
+    uint64_t serial = v & kSerialMask;
+    return (v & ~kSerialMask) == kHandleTag && serial != 0 &&
+           serial <= g_ullLastSerial.load(std::memory_order_acquire);
+}
+
+// The live object behind `handle`, or null with `code` set: 1024 for a value that is not open
+// (all bits set, or handed out and closed since), BS_ERR_BAD_HANDLE for any other value.
+std::shared_ptr<CApiHandle> FindLive(void* handle, int& code) {
+    if (IsOpenValue(handle)) {
+        std::lock_guard<std::mutex> lock(g_mtxHandles);
+        auto it = g_mapHandles.find(handle);
+        if (it != g_mapHandles.end()) {
+            code = BS_OK;
+            return it->second;
+        }
+    }
+    code = !IsOpenValue(handle) || WasHandedOut(handle) ? BS_ERR_CONN_CLOSED : BS_ERR_BAD_HANDLE;
+    return nullptr;
+}
 
 }  // namespace
 
 void RegisterHandle(std::shared_ptr<CApiHandle> object, void*& handle) {
-    void* key = object.get();
     std::lock_guard<std::mutex> lock(g_mtxHandles);
+    uint64_t serial = g_ullLastSerial.load(std::memory_order_relaxed) + 1;
+    void* key = reinterpret_cast<void*>(kHandleTag | static_cast<uintptr_t>(serial));
     g_mapHandles[key] = std::move(object);
+    g_ullLastSerial.store(serial, std::memory_order_release);
     handle = key;
 }
 
 std::shared_ptr<CApiHandle> FindHandle(void* handle, EHandleKind kind, int& code) {
-    if (!IsOpenValue(handle)) {
-        code = BS_ERR_CONN_CLOSED;
-        return nullptr;
-    }
-    std::shared_ptr<CApiHandle> found;
-    {
-        std::lock_guard<std::mutex> lock(g_mtxHandles);
-        auto it = g_mapHandles.find(handle);
-        if (it != g_mapHandles.end())
-            found = it->second;
-    }
-    if (!found || found->m_eKind != kind) {
+    std::shared_ptr<CApiHandle> found = FindLive(handle, code);
+    if (found && found->m_eKind != kind) {
         code = BS_ERR_BAD_HANDLE;
         return nullptr;
     }
-    code = BS_OK;
     return found;
 }
 
-std::shared_ptr<CApiHandle> TakeHandle(void* handle) {
-    std::lock_guard<std::mutex> lock(g_mtxHandles);
-    auto it = g_mapHandles.find(handle);
-    if (it == g_mapHandles.end())
-        return nullptr;
-    std::shared_ptr<CApiHandle> out = std::move(it->second);
-    g_mapHandles.erase(it);
-    return out;
+std::shared_ptr<CApiHandle> TakeHandle(void* handle, int& code) {
+    {
+        std::lock_guard<std::mutex> lock(g_mtxHandles);
+        auto it = g_mapHandles.find(handle);
+        if (it != g_mapHandles.end()) {
+            std::shared_ptr<CApiHandle> out = std::move(it->second);
+            g_mapHandles.erase(it);
+            code = BS_OK;
+            return out;
+        }
+    }
+    FindLive(handle, code);
+    return nullptr;
 }
 
 int InjectedFault(const char* call) {
@@ -134,11 +161,10 @@ using namespace bsapi;
 
 int bs_close_handle(void*& handle) {
     BS_CALL_BEGIN("bs_close_handle")
-    if (!IsOpenValue(handle))
-        return BS_ERR_CONN_CLOSED;
-    std::shared_ptr<CApiHandle> object = TakeHandle(handle);
+    int code = BS_OK;
+    std::shared_ptr<CApiHandle> object = TakeHandle(handle, code);
     if (!object)
-        return BS_ERR_BAD_HANDLE;
+        return code;
     handle = BS_INVALID_HANDLE;
     // An open transaction ends with the connection: the engine rolls it back on close.
     object.reset();
@@ -148,24 +174,19 @@ int bs_close_handle(void*& handle) {
 
 int bs_handle_keep_live(void*& handle) {
     BS_CALL_BEGIN("bs_handle_keep_live")
-    if (!IsOpenValue(handle))
-        return BS_ERR_CONN_CLOSED;
     int code = BS_OK;
-    for (EHandleKind kind : {HK_TREE, HK_TABLE, HK_QUEUE, HK_CURSOR}) {
-        std::shared_ptr<CApiHandle> h = FindHandle(handle, kind, code);
-        if (!h)
-            continue;
-        if (h->m_pTree)
-            return h->m_pTree->KeepLive();
-        if (h->m_pTable)
-            return h->m_pTable->KeepLive();
-        if (h->m_pQueue)
-            return h->m_pQueue->KeepLive();
-        if (h->m_pCursor)
-            return h->m_pCursor->KeepLive();
-        return BS_ERR_CONN_RESET;
-    }
-    return BS_ERR_BAD_HANDLE;
+    std::shared_ptr<CApiHandle> h = FindLive(handle, code);
+    if (!h)
+        return code;
+    if (h->m_pTree)
+        return h->m_pTree->KeepLive();
+    if (h->m_pTable)
+        return h->m_pTable->KeepLive();
+    if (h->m_pQueue)
+        return h->m_pQueue->KeepLive();
+    if (h->m_pCursor)
+        return h->m_pCursor->KeepLive();
+    return BS_ERR_CONN_RESET;
     BS_CALL_END
 }
 

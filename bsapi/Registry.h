@@ -13,8 +13,9 @@ namespace bsapi {
 
 enum EHandleKind { HK_TREE = 0, HK_TABLE = 1, HK_QUEUE = 2, HK_CURSOR = 3 };
 
-// One open handle. The handle value the caller holds is the address of this object; it is only
-// dereferenced after the registry has confirmed that it is live. One thread uses it at a time.
+// One open handle. The value the caller holds is a serial number the registry gave it (never an
+// address, never handed out twice); the registry maps it to this object while it is open. One
+// thread uses it at a time.
 struct CApiHandle {
     explicit CApiHandle(EHandleKind kind) : m_eKind(kind) {}
     EHandleKind m_eKind;
@@ -28,13 +29,14 @@ struct CApiHandle {
     unsigned int m_nFlags = 0, m_nOption = 0;
 };
 
-// Registers a new handle and stores its value in `handle`.
+// Registers a new handle and stores its value (a fresh serial) in `handle`.
 void RegisterHandle(std::shared_ptr<CApiHandle> object, void*& handle);
-// Looks a live handle of `kind` up. Null with `code` set: 1024 for a handle that is not open,
-// BS_ERR_BAD_HANDLE for a value this library never gave out or a handle of another kind.
+// Looks a live handle of `kind` up. Null with `code` set: 1024 for a handle that is not open
+// (including a value handed out and closed since), BS_ERR_BAD_HANDLE for a value this library
+// never gave out or a handle of another kind.
 std::shared_ptr<CApiHandle> FindHandle(void* handle, EHandleKind kind, int& code);
-// Removes a handle from the registry and returns it (null when unknown).
-std::shared_ptr<CApiHandle> TakeHandle(void* handle);
+// Removes a handle from the registry and returns it; null with `code` set as FindHandle does.
+std::shared_ptr<CApiHandle> TakeHandle(void* handle, int& code);
 inline bool IsOpenValue(void* h) {
     return h != nullptr && h != BS_INVALID_HANDLE;
 }

@@ -1,10 +1,12 @@
 // Tests of the codes that need the embedded engine's files to arise (lost, replaced, damaged or
 // unwritable files), the engine choice, the install-directory rule and the fault-injection hook.
 #include <gtest/gtest.h>
+#include <sqlite3.h>
 #include <unistd.h>
 
 #include <cstdlib>
 #include <string>
+#include <thread>
 
 #include "bsapi/bsapi.h"
 #include "tests/support/TestTree.h"
@@ -111,6 +113,47 @@ TEST_F(RegistryTest, FaultInjectionAnswersTheNextCallsThenStops) {
     EXPECT_EQ(bs_treedb_get_property(m_h, "p", v), BS_ERR_INTERNAL);
     EXPECT_EQ(bs_treedb_get_property(m_h, "p", v), BS_OK);
     EXPECT_EQ(static_cast<int>(v), 1);  // the refused insert did not happen
+}
+
+// A first open of a new file that another connection is writing at that moment (as when several
+// threads or processes open a new file at once and one of them turns it to WAL) waits for it, up
+// to the busy timeout, instead of answering 2001 at once: here the writer lets go after 300 ms.
+TEST_F(RegistryTest, FirstOpenWaitsWhileAnotherConnectionHoldsTheNewFile) {
+    ASSERT_TRUE(ws_test::MakeDirs(ServerDir(m_nPort)));
+    sqlite3* other = nullptr;
+    ASSERT_EQ(sqlite3_open((ServerDir(m_nPort) + "/tree_held.db").c_str(), &other), SQLITE_OK);
+    ASSERT_EQ(sqlite3_exec(other, "CREATE TABLE t(a); BEGIN IMMEDIATE", nullptr, nullptr, nullptr),
+              SQLITE_OK);
+    std::thread release([other] {
+        std::this_thread::sleep_for(std::chrono::milliseconds(300));
+        sqlite3_exec(other, "COMMIT", nullptr, nullptr, nullptr);
+    });
+    EXPECT_EQ(Open("held"), BS_OK);
+    release.join();
+    sqlite3_close(other);
+}
+
+// A handle used after its close answers 1024 and never reaches a handle opened later, whatever
+// memory the new one took; values never given out stay BS_ERR_BAD_HANDLE.
+TEST_F(RegistryTest, StaleHandleNeverReachesALaterOne) {
+    ASSERT_EQ(Open("stale"), BS_OK);
+    ASSERT_EQ(bs_treedb_insert_property(m_h, "p", VariableData(1), true), BS_OK);
+    for (int round = 0; round < 3; ++round) {
+        void* stale = m_h;
+        ASSERT_EQ(bs_close_handle(m_h), BS_OK);
+        ASSERT_EQ(Open("stale"), BS_OK);
+        EXPECT_NE(m_h, stale);
+        VariableData v;
+        EXPECT_EQ(bs_treedb_get_property(stale, "p", v), BS_ERR_CONN_CLOSED);
+        EXPECT_EQ(bs_treedb_insert_property(stale, "p", VariableData(2), true), BS_ERR_CONN_CLOSED);
+        EXPECT_EQ(bs_handle_keep_live(stale), BS_ERR_CONN_CLOSED);
+        EXPECT_EQ(bs_close_handle(stale), BS_ERR_CONN_CLOSED);
+        ASSERT_EQ(bs_treedb_get_property(m_h, "p", v), BS_OK) << "the later handle still serves";
+        EXPECT_EQ(static_cast<int>(v), 1);
+    }
+    int local = 0;
+    void* never = &local;
+    EXPECT_EQ(bs_handle_keep_live(never), BS_ERR_BAD_HANDLE);
 }
 
 // Run only inside the copy below: creates a tree where the install rule puts it.

@@ -1,7 +1,7 @@
 // Typed coercion of values into table fields: range-checked, never silently truncating.
 #include "bsapi/Values.h"
 
-#include <cerrno>
+#include <cctype>
 #include <cmath>
 #include <cstdlib>
 #include <limits>
@@ -39,32 +39,47 @@ bool IsFloatTag(unsigned char t) {
     return t == VariableData::VT_DOUBLE || t == VariableData::VT_FLOAT;
 }
 
+// Reads a whole text as a decimal integer: an optional '-' and at least one digit, nothing
+// before, between or after (no blanks, no '+', no zero byte: the length counts, not the C
+// string). False when the text is anything else or its magnitude exceeds 64 bits.
+bool ParseDecimal(const std::string& s, bool& negative, unsigned long long& magnitude) {
+    size_t i = 0;
+    negative = !s.empty() && s[0] == '-';
+    if (negative)
+        i = 1;
+    if (i == s.size())
+        return false;
+    unsigned long long v = 0;
+    for (; i < s.size(); ++i) {
+        unsigned char c = static_cast<unsigned char>(s[i]);
+        if (c < '0' || c > '9')
+            return false;
+        unsigned digit = c - '0';
+        if (v > (std::numeric_limits<unsigned long long>::max() - digit) / 10)
+            return false;
+        v = v * 10 + digit;
+    }
+    magnitude = v;
+    if (v == 0)
+        negative = false;  // "-0" is zero
+    return true;
+}
+
+// Reads a whole text as a floating-point number: strtod must take every byte of it, and leading
+// blanks (which strtod would skip) are refused.
+bool ParseFloating(const std::string& s, double& d) {
+    if (s.empty() || std::isspace(static_cast<unsigned char>(s[0])))
+        return false;
+    char* end = nullptr;
+    d = std::strtod(s.c_str(), &end);
+    return end == s.c_str() + s.size();
+}
+
 // The exact integer held by `in`, as sign + magnitude; false for non-integral or unparsable values.
 bool ExactInteger(const VariableData& in, bool& negative, unsigned long long& magnitude) {
     unsigned char t = in.GetType();
-    if (t == VariableData::VT_STRING) {
-        const std::string& s = in.GetText();
-        if (s.empty())
-            return false;
-        const char* p = s.c_str();
-        char* end = nullptr;
-        errno = 0;
-        if (*p == '-') {
-            long long v = std::strtoll(p, &end, 10);
-            if (errno != 0 || *end != '\0' || end == p)
-                return false;
-            negative = v < 0;
-            magnitude = negative ? 0ull - static_cast<unsigned long long>(v)
-                                 : static_cast<unsigned long long>(v);
-            return true;
-        }
-        unsigned long long v = std::strtoull(p, &end, 10);
-        if (errno != 0 || *end != '\0' || end == p || *p == ' ' || *p == '+')
-            return false;
-        negative = false;
-        magnitude = v;
-        return true;
-    }
+    if (t == VariableData::VT_STRING)
+        return ParseDecimal(in.GetText(), negative, magnitude);
     if (IsFloatTag(t)) {
         double d = static_cast<double>(in);
         if (!std::isfinite(d) || d != std::floor(d) || std::fabs(d) >= 1.8e19)
@@ -109,10 +124,7 @@ bool CoerceToTag(const VariableData& in, unsigned char tag, VariableData& out) {
     if (IsFloatTag(tag)) {
         double d = 0;
         if (in.GetType() == VariableData::VT_STRING) {
-            const std::string& s = in.GetText();
-            char* end = nullptr;
-            d = std::strtod(s.c_str(), &end);
-            if (s.empty() || *end != '\0')
+            if (!ParseFloating(in.GetText(), d))
                 return false;
         } else {
             d = static_cast<double>(in);

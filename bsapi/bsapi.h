@@ -22,7 +22,7 @@
 //                               answer within its time-out (close the handle and open it again)
 //   1006  BS_ERR_CONN_RESET     the connection was reset: the database was replaced under it (a
 //                               file replaced, or the server's schema dropped while in use)
-//   1024  BS_ERR_CONN_CLOSED    the handle is not open (all-ones or null)
+//   1024  BS_ERR_CONN_CLOSED    the handle is not open (all-ones, null, or closed since)
 //   2001  BS_ERR_BUSY           another writer held the database (or the record) past the busy
 //                               timeout
 //   2002  BS_ERR_TIMEOUT        a pop found no message within its timeout

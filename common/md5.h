@@ -39,7 +39,10 @@ private:
     bool m_finished;
 };
 
+// The two digest functions are exported under their undecorated names (C linkage), which is how
+// the service's other modules look them up; like the session entry points they still take C++
+// types, every caller being C++ and sharing this header.
 // The digest of `text` as 32 lower-case hexadecimal characters; always true.
-WS_API bool sdigest(const std::string& text, std::string& hex);
+WS_EXTERN_C WS_API bool sdigest(const std::string& text, std::string& hex);
 // The digest of the file at `path`; false and "file open error" when it cannot be opened.
-WS_API bool fdigest(const std::string& path, std::string& hex, bool binary);
+WS_EXTERN_C WS_API bool fdigest(const std::string& path, std::string& hex, bool binary);

@@ -100,7 +100,7 @@ std::string Text(st_wh_info* info, const std::string& id) {
 // go out as application/json: a browser opening a handler's address directly then shows the
 // data as text and never runs markup that a stored value might hold.
 void SendEnvelope(st_wh_info* info, const Json::Value& envelope) {
-    CBSWork().SendInfoToWeb(info, envelope.toStyledString(), 2, false, 0, "application/json");
+    CBSWork().SendInfoToWeb(info, CBSWork::StyledJson(envelope), 2, false, 0, "application/json");
 }
 
 void ReplyOk(st_wh_info* info, Json::Value data) {

@@ -182,8 +182,8 @@ TEST_F(LocatorAllocTest, ABrokenPooledConnectionIsClosedAndOpenedAnew) {
     EXPECT_EQ(Alloc(loc, "moved"), BS_ERR_CONN_LOST);
     EXPECT_EQ(loc.GetConfHandle(), pooled);
     EXPECT_FALSE(pooled->IsOpen());
-    EXPECT_EQ(bs_handle_keep_live(oldLib), BS_ERR_BAD_HANDLE);  // the old connection is closed
-    EXPECT_EQ(Alloc(loc, "moved"), 0);                          // and the next use opens anew
+    EXPECT_EQ(bs_handle_keep_live(oldLib), BS_ERR_CONN_CLOSED);  // the old connection is closed
+    EXPECT_EQ(Alloc(loc, "moved"), 0);                           // and the next use opens anew
     EXPECT_EQ(Query(loc).main, "moved");
 }
 

@@ -125,7 +125,7 @@ TEST_F(HandlePoolTest, DestroyingAPoolClosesItsFreeHandles) {
     ASSERT_EQ(bs_handle_keep_live(lib), BS_OK);
     pool->Free(h);
     CDealHandleObj::DeleteHandleObj(pool);
-    EXPECT_EQ(bs_handle_keep_live(lib), BS_ERR_BAD_HANDLE);  // no longer a live handle
+    EXPECT_EQ(bs_handle_keep_live(lib), BS_ERR_CONN_CLOSED);  // no longer a live handle
 }
 
 TEST_F(HandlePoolTest, ServerPoolsAreKeyedByExactAddressAndPort) {

@@ -51,7 +51,7 @@ void SendRefusal(st_wh_info* info, const std::string& callback, const std::strin
     Json::Value root;
     root["status"] = "failed";
     root["errmsg"] = message;
-    CBSWork().SendInfoToWebWithCallback(info, callback, root.toStyledString(), 2, false, 0);
+    CBSWork().SendInfoToWebWithCallback(info, callback, CBSWork::StyledJson(root), 2, false, 0);
 }
 
 }  // namespace

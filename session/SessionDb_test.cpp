@@ -6,9 +6,12 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <chrono>
 #include <list>
 #include <memory>
 #include <string>
+#include <thread>
+#include <vector>
 
 #include "common/Clock.h"
 #include "db/QvHandle.h"
@@ -128,10 +131,50 @@ TEST_F(SessionDbTest, SessionOnlyInTheStoreIsFoundButNotTakenIn) {
     ASSERT_NE(first, nullptr);
     EXPECT_EQ(first->GetCompany(), "acme");
     EXPECT_EQ(table.GetSessionCount(), 0u);
-    // Asked again each time: a change in the store shows at the next lookup.
+    // Every lookup asks the store, but one record serves them all while the store says the
+    // same: memory does not grow with the lookups of a second host's session.
+    for (int i = 0; i < 200; ++i)
+        ASSERT_EQ(table.LookSession("elsewhere"), first) << "lookup " << i;
+    EXPECT_EQ(table.GetRecordCount(), 1u);
+    // Read afresh each time, such a session binds to no address: every peer is its own.
+    for (const char* peer : {"10.0.0.1", "10.0.0.2"})
+        EXPECT_EQ(table.LookSession("elsewhere")->BindPeerIP(peer), peer);
+    // A change in the store shows at the next lookup; the record handed out stays valid.
+    Persist({"elsewhere", "w", "other", 3, 0});
+    CGWebSession* changed = table.LookSession("elsewhere");
+    ASSERT_NE(changed, nullptr);
+    EXPECT_EQ(changed->GetCompany(), "other");
     CSessionDb().DeleteWebSession("elsewhere", kServer);
     EXPECT_EQ(table.LookSession("elsewhere"), nullptr);
-    EXPECT_EQ(first->GetUserId(), "w") << "a record handed out stays valid";
+    EXPECT_EQ(first->GetCompany(), "acme") << "a record handed out stays valid";
+    EXPECT_EQ(changed->GetUserId(), "w");
+}
+
+// A lookup of a session held in memory never waits for another lookup's database query: here
+// that query waits for a tree handle while every one of the store's pool is borrowed.
+TEST_F(SessionDbTest, LookupsInMemoryDoNotWaitForTheStore) {
+    CGWebSessionColl table;
+    table.InitData();
+    std::string id = "live";
+    table.AddSession(id, "u", "c", 1, 0, "");
+    std::vector<std::unique_ptr<CQvHandleLoc>> borrowed(50);  // the pool's limit
+    for (auto& loc : borrowed) {
+        loc = std::make_unique<CQvHandleLoc>();
+        ASSERT_EQ(loc->Treedb_Alloc(kServer, "master", "Session", "", -1, 0), 0);
+    }
+    std::atomic<int> stage{0};
+    std::thread stored([&] {
+        stage = 1;
+        table.LookSession("only-in-the-store");  // waits for a handle, one second at a time
+        stage = 2;
+    });
+    while (stage.load() == 0)
+        std::this_thread::yield();
+    std::this_thread::sleep_for(std::chrono::milliseconds(200));
+    EXPECT_NE(table.LookSession("live"), nullptr);
+    EXPECT_EQ(stage.load(), 1) << "the lookup in memory waited for the store's query";
+    borrowed.clear();
+    stored.join();
 }
 
 TEST_F(SessionDbTest, ErasedAndSweptSessionsLeaveTheStore) {

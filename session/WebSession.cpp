@@ -1,15 +1,14 @@
 // CGWebSession and CGWebSessionColl: the session record, the idle rule, the sweep, the limit
-// and reuse paths, the start-up load and the lookups.
-#include "session/WebSession.h"
-
-#include <unistd.h>
-
+// and reuse paths, the start-up load, creation and erasure. Lookups: WebSessionLookup.cpp.
 #include <utility>
+#include <vector>
 
+#include "common/Clock.h"
 #include "common/DebugLog.h"
 #include "common/TimeSegment.h"
 #include "manage/ManageDB.h"
 #include "session/SessionDb.h"
+#include "session/WebSession.h"
 
 namespace {
 
@@ -22,8 +21,11 @@ const int kIdleHoursKept = 3;
 const int kSweepHoursSkipped = 3;
 // Counting keys are formed only for user id plus company up to this many bytes.
 const size_t kMaxCountKeyInput = 1000;
-// Lookups before InitData poll the initialised flag with this sleep.
-const useconds_t kInitPollMicros = 2000000;
+
+int WholeHours(time_t now, time_t since) {
+    return (tarn::TimeFace(static_cast<long>(now)) - tarn::TimeFace(static_cast<long>(since)))
+        .GetTotalHours();
+}
 
 }  // namespace
 
@@ -32,7 +34,7 @@ const useconds_t kInitPollMicros = 2000000;
 CGWebSession::CGWebSession(std::string sessionId, std::string userId, std::string company,
                            int /*serverType: not stored, see the header*/, int clientType,
                            std::string peerIp)
-    : m_tmLastAccess(tarn::TimeFace::GetCurrent()),
+    : m_tLastAccess(tarn::ClockNow()),
       m_strSessionId(std::move(sessionId)),
       m_strUserId(std::move(userId)),
       m_strCompany(std::move(company)),
@@ -41,42 +43,60 @@ CGWebSession::CGWebSession(std::string sessionId, std::string userId, std::strin
 
 CGWebSession::~CGWebSession() {}
 
+void CGWebSession::Touch(time_t now) {
+    // Most lookups fall in the second of the previous one: the line is then only read, so
+    // threads looking up one session do not pass its cache line back and forth.
+    if (m_tLastAccess.load(std::memory_order_relaxed) != now)
+        m_tLastAccess.store(now, std::memory_order_relaxed);
+}
+
 void CGWebSession::ReCalTime() {
-    tarn::TimeFace now = tarn::TimeFace::GetCurrent();
-    std::lock_guard<std::mutex> lock(m_mutexRecord);
-    m_tmLastAccess = now;
+    Touch(tarn::ClockNow());
+}
+
+bool CGWebSession::IdleAt(time_t now) const {
+    return WholeHours(now, m_tLastAccess.load(std::memory_order_relaxed)) > kIdleHoursKept;
 }
 
 bool CGWebSession::isTimeOut() const {
-    tarn::TimeFace now = tarn::TimeFace::GetCurrent();
-    std::lock_guard<std::mutex> lock(m_mutexRecord);
-    tarn::TimeSegment idle = now - m_tmLastAccess;
-    return idle.GetTotalHours() > kIdleHoursKept;
+    return IdleAt(tarn::ClockNow());
 }
 
 std::string CGWebSession::GetPeerIP() const {
-    std::lock_guard<std::mutex> lock(m_mutexRecord);
+    std::lock_guard<std::mutex> lock(m_mutexPeer);
     return m_strPeerIP;
 }
 
 tarn::TimeFace CGWebSession::GetLastAccessTime() const {
-    std::lock_guard<std::mutex> lock(m_mutexRecord);
-    return m_tmLastAccess;
+    return tarn::TimeFace(static_cast<long>(m_tLastAccess.load(std::memory_order_relaxed)));
 }
 
 std::string CGWebSession::BindPeerIP(const std::string& peer) {
-    std::lock_guard<std::mutex> lock(m_mutexRecord);
-    if (m_strPeerIP.empty()) {
+    std::lock_guard<std::mutex> lock(m_mutexPeer);
+    if (m_bStoredOnly)
+        return m_strPeerIP.empty() ? peer : m_strPeerIP;
+    if (m_strPeerIP.empty())
         m_strPeerIP = peer;
-    }
     return m_strPeerIP;
 }
 
 // ---- CGWebSessionColl ----------------------------------------------------------------------
 
-CGWebSessionColl::CGWebSessionColl() : m_tmLastSweep(tarn::TimeFace::GetCurrent()) {}
+CGWebSessionColl::CGWebSessionColl()
+    : m_tLastSweep(tarn::ClockNow()),
+      m_strDbServer(kLocalDbServer),
+      m_aShards(new CShard[size_t(1) << kShardBits]) {}
 
-CGWebSessionColl::~CGWebSessionColl() {}
+CGWebSessionColl::~CGWebSessionColl() {
+    for (auto& entry : m_mapSessions)
+        delete entry.second;
+    for (size_t i = 0; i < (size_t(1) << kShardBits); ++i) {
+        for (auto& entry : m_aShards[i].m_mapStored)
+            delete entry.second;
+    }
+    for (auto& retired : m_dqRetired)
+        delete retired.second;
+}
 
 bool CGWebSessionColl::MakeCountKey(const std::string& userId, const std::string& company,
                                     std::string& key) {
@@ -87,22 +107,19 @@ bool CGWebSessionColl::MakeCountKey(const std::string& userId, const std::string
     return true;
 }
 
-CGWebSession* CGWebSessionColl::AdoptLocked(std::unique_ptr<CGWebSession> record) {
-    CGWebSession* raw = record.get();
-    m_vecOwned.push_back(std::move(record));
-    return raw;
+void CGWebSessionColl::UncountLocked(const CGWebSession& record) {
+    std::string key;
+    if (!MakeCountKey(record.GetUserId(), record.GetCompany(), key))
+        return;
+    auto found = m_mapUserCount.find(key);
+    if (found != m_mapUserCount.end() && found->second > 0)
+        --found->second;
 }
 
 void CGWebSessionColl::InitData() {
-    std::string server;
-    {
-        std::lock_guard<std::mutex> lock(m_mutexTable);
-        m_strDbServer = kLocalDbServer;
-        server = m_strDbServer;
-    }
-    CManageDb::WaitDBStart(server);
+    CManageDb::WaitDBStart(m_strDbServer);
     std::list<CGWebSession*> records;
-    CSessionDb().GetOldWebSession(server, records);
+    CSessionDb().GetOldWebSession(m_strDbServer, records);
     InsertLoadedSessions(records);
 }
 
@@ -112,11 +129,15 @@ void CGWebSessionColl::InsertLoadedSessions(std::list<CGWebSession*>& records) {
         if (loaded == nullptr) {
             continue;
         }
-        CGWebSession* record = AdoptLocked(std::unique_ptr<CGWebSession>(loaded));
-        // An id already in the table keeps its record; the loaded copy is only owned.
-        m_mapSessions.emplace(record->GetSessionId(), record);
+        std::unique_ptr<CGWebSession> owned(loaded);
         std::string key;
-        if (!MakeCountKey(record->GetUserId(), record->GetCompany(), key)) {
+        const bool counted = MakeCountKey(loaded->GetUserId(), loaded->GetCompany(), key);
+        const std::string userId = loaded->GetUserId();
+        // An id already in the table keeps its record; the loaded copy, never handed out, goes.
+        if (m_mapSessions.emplace(loaded->GetSessionId(), loaded).second) {
+            IndexLocked(owned.release());
+        }
+        if (!counted) {
             continue;
         }
         auto found = m_mapUserCount.find(key);
@@ -124,7 +145,7 @@ void CGWebSessionColl::InsertLoadedSessions(std::list<CGWebSession*>& records) {
             ++found->second;
         } else {
             // Several persisted sessions of one user leave that user's count at 1.
-            m_mapUserCount[record->GetUserId()] = 1;
+            m_mapUserCount[userId] = 1;
         }
     }
     records.clear();
@@ -149,8 +170,8 @@ bool CGWebSessionColl::GetAExsitSession(const std::string& userId, const std::st
     std::lock_guard<std::mutex> lock(m_mutexTable);
     for (const auto& entry : m_mapSessions) {
         CGWebSession* candidate = entry.second;
-        if (candidate != nullptr && candidate->GetUserId() == userId &&
-            candidate->GetCompany() == company) {
+        if (candidate != nullptr && candidate->m_strUserId == userId &&
+            candidate->m_strCompany == company) {
             record = candidate;
             return true;
         }
@@ -171,127 +192,103 @@ CGWebSession* CGWebSessionColl::AddSession(std::string& sessionId, std::string u
         }
     }
 
-    CGWebSession* record = nullptr;
+    auto record =
+        std::make_unique<CGWebSession>(sessionId, userId, company, serverType, clientType, peerIp);
+    CGWebSession* raw = record.get();
     size_t tableSize = 0;
     {
         std::lock_guard<std::mutex> lock(m_mutexTable);
-        record = AdoptLocked(std::make_unique<CGWebSession>(sessionId, userId, company, serverType,
-                                                            clientType, peerIp));
-        // A duplicate id is replaced; the old record stays owned (and valid) in m_vecOwned.
-        m_mapSessions[sessionId] = record;
-        ++m_mapUserCount[record->GetUserId()];
+        // A duplicate id is replaced; the old record is retired (valid through its grace).
+        CGWebSession*& slot = m_mapSessions[sessionId];
+        CGWebSession* replaced = slot;
+        slot = record.release();
+        IndexLocked(raw);
+        if (replaced != nullptr)
+            Retire(replaced);
+        ++m_mapUserCount[raw->GetUserId()];
         tableSize = m_mapSessions.size();
     }
     // The count written is the whole table's size, not the user's; kept so on purpose (a test
     // pins it). Written after unlocking so that logins do not queue on the log file.
     _qvcomm::CDebugLog::WriteTimeFmtLog(kSessionLog, 0, "user=%s count=%d", userId.c_str(),
                                         static_cast<int>(tableSize));
-    return record;
+    return raw;
 }
 
-void CGWebSessionColl::EraseTimeOutSession() {
-    tarn::TimeFace now = tarn::TimeFace::GetCurrent();
-    tarn::TimeSegment sinceSweep = now - m_tmLastSweep;
-    if (sinceSweep.GetTotalHours() <= kSweepHoursSkipped) {
-        return;
-    }
-    m_tmLastSweep = now;
-
-    auto it = m_mapSessions.begin();
-    while (it != m_mapSessions.end()) {
-        CGWebSession* record = it->second;
-        if (record == nullptr || !record->isTimeOut()) {
-            ++it;
-            continue;
-        }
-        const std::string sessionId = it->first;
-        _qvcomm::CDebugLog::WriteTimeFmtLog(kSessionLog, 10, "delete sesssion %s",
-                                            sessionId.c_str());
-        CSessionDb().DeleteWebSession(sessionId, kLocalDbServer);
-        it = m_mapSessions.erase(it);
-
-        std::string key;
-        if (!MakeCountKey(record->GetUserId(), record->GetCompany(), key)) {
-            // An over-long user and company ends this sweep; the rest waits for the next one.
+void CGWebSessionColl::EraseTimeOutSession(time_t now) {
+    // Lookups test the due time without the lock; only one of those that find it due sweeps.
+    std::vector<CGWebSession*> leaving;
+    {
+        std::lock_guard<std::mutex> lock(m_mutexTable);
+        if (WholeHours(now, m_tLastSweep.load()) <= kSweepHoursSkipped) {
             return;
         }
-        auto found = m_mapUserCount.find(key);
-        if (found != m_mapUserCount.end() && found->second > 0) {
-            --found->second;
+        m_tLastSweep.store(now);
+        auto it = m_mapSessions.begin();
+        while (it != m_mapSessions.end()) {
+            CGWebSession* record = it->second;
+            // The idle test and the mark are made under the record's shard lock, so a lookup of
+            // this session either refreshed it before (it stays) or finds it leaving.
+            CShard& shard = ShardOf(KeyOf(record->m_strSessionId));
+            {
+                std::lock_guard<std::mutex> shardLock(shard.m_mutex);
+                if (!record->IdleAt(now)) {
+                    ++it;
+                    continue;
+                }
+                shard.m_mapLive.find(KeyOf(record->m_strSessionId))->second.m_bLeaving = true;
+            }
+            it = m_mapSessions.erase(it);
+            leaving.push_back(record);
+            std::string key;
+            if (!MakeCountKey(record->GetUserId(), record->GetCompany(), key)) {
+                // An over-long user and company ends this sweep; the rest waits for the next one.
+                break;
+            }
+            UncountLocked(*record);
         }
     }
-}
-
-CGWebSession* CGWebSessionColl::LookSession(std::string sessionId) {
-    // Until the persisted sessions are loaded every lookup would wrongly answer "timed out", so
-    // lookups wait for InitData, however long that takes.
-    while (!m_bInitialised.load(std::memory_order_acquire)) {
-        ::usleep(kInitPollMicros);
+    // The database copies go in session-id order, with no lock held: lookups of other sessions
+    // go on meanwhile, and those of the leaving ones already answer "absent".
+    for (CGWebSession* record : leaving) {
+        _qvcomm::CDebugLog::WriteTimeFmtLog(kSessionLog, 10, "delete sesssion %s",
+                                            record->m_strSessionId.c_str());
+        CSessionDb().DeleteWebSession(record->m_strSessionId, kLocalDbServer);
+        FinishLeaving(record);
     }
-
-    std::lock_guard<std::mutex> lock(m_mutexTable);
-    EraseTimeOutSession();
-
-    CGWebSession* record = nullptr;
-    auto found = m_mapSessions.find(sessionId);
-    if (found != m_mapSessions.end()) {
-        record = found->second;
-    } else {
-        // A session another process created is only in the database. It is not put into the
-        // table, so each such lookup asks the database again.
-        CGWebSession* stored = CSessionDb().GetOneSession(m_strDbServer, sessionId);
-        if (stored != nullptr) {
-            record = AdoptLocked(std::unique_ptr<CGWebSession>(stored));
+    // Records read from the database and unused for four hours are dropped too; a later lookup
+    // reads them again.
+    for (size_t i = 0; i < (size_t(1) << kShardBits); ++i) {
+        CShard& shard = m_aShards[i];
+        std::lock_guard<std::mutex> shardLock(shard.m_mutex);
+        for (auto it = shard.m_mapStored.begin(); it != shard.m_mapStored.end();) {
+            if (it->second->IdleAt(now)) {
+                Retire(it->second);
+                it = shard.m_mapStored.erase(it);
+            } else {
+                ++it;
+            }
         }
     }
-    if (record != nullptr) {
-        record->ReCalTime();
-    }
-    return record;
-}
-
-void CGWebSessionColl::UpdateSessionTime(std::string sessionId) {
-    LookSession(std::move(sessionId));
-}
-
-bool CGWebSessionColl::GetUserIdBySessionId(std::string sessionId, std::string& userId) {
-    CGWebSession* record = LookSession(std::move(sessionId));
-    if (record == nullptr) {
-        return false;
-    }
-    userId = record->GetUserId();
-    return true;
-}
-
-bool CGWebSessionColl::GetCompanyIdBySessionId(std::string sessionId, std::string& company) {
-    CGWebSession* record = LookSession(std::move(sessionId));
-    if (record == nullptr) {
-        return false;
-    }
-    company = record->GetCompany();
-    return true;
 }
 
 void CGWebSessionColl::EraseSession(std::string sessionId) {
-    std::lock_guard<std::mutex> lock(m_mutexTable);
-    auto found = m_mapSessions.find(sessionId);
-    if (found == m_mapSessions.end()) {
-        return;
+    CGWebSession* record = nullptr;
+    {
+        std::lock_guard<std::mutex> lock(m_mutexTable);
+        auto found = m_mapSessions.find(sessionId);
+        if (found == m_mapSessions.end()) {
+            return;
+        }
+        record = found->second;
+        m_mapSessions.erase(found);
+        MarkLeavingLocked(record);
+        UncountLocked(*record);
     }
-    CGWebSession* record = found->second;
-    m_mapSessions.erase(found);
+    // The database is asked with no lock held; until its copy is gone, lookups of this id
+    // answer "absent" from the index.
     CSessionDb().DeleteWebSession(sessionId, kLocalDbServer);
-    if (record == nullptr) {
-        return;
-    }
-    std::string key;
-    if (!MakeCountKey(record->GetUserId(), record->GetCompany(), key)) {
-        return;
-    }
-    auto counted = m_mapUserCount.find(key);
-    if (counted != m_mapUserCount.end() && counted->second > 0) {
-        --counted->second;
-    }
+    FinishLeaving(record);
 }
 
 size_t CGWebSessionColl::GetSessionCount() {

@@ -3,19 +3,24 @@
 #pragma once
 
 #include <atomic>
+#include <chrono>
+#include <ctime>
+#include <deque>
 #include <list>
 #include <map>
 #include <memory>
 #include <mutex>
 #include <string>
-#include <vector>
+#include <string_view>
+#include <unordered_map>
+#include <utility>
 
 #include "common/TimeFace.h"
 
 // One logged-in browser. The ids, user and company never change after construction; the last
-// access time and the peer address do, and are guarded by the record's own lock so that a record
-// handed out to a request thread can be used after the table's lock has been released. Lock
-// order: the table's lock (when held) before a record's lock, never the other way round.
+// access time is an atomic (lookups refresh it without a lock) and the peer address is guarded
+// by the record's own lock, so that a record handed out to a request thread can be used after
+// the table's locks have been released.
 class CGWebSession {
 public:
     // The server-type argument is accepted but not stored: GetServerType keeps answering 0.
@@ -41,23 +46,44 @@ public:
     tarn::TimeFace GetLastAccessTime() const;
 
     // Binds the session to `peer` when it has no address yet, and returns the address it is
-    // bound to afterwards (the CSRF check compares that with the request's peer).
+    // bound to afterwards (the CSRF check compares that with the request's peer). A session
+    // found only in the database is read afresh by every lookup and so is bound to no address:
+    // its record keeps none and answers `peer` itself.
     std::string BindPeerIP(const std::string& peer);
 
 private:
-    mutable std::mutex m_mutexRecord;  // guards m_tmLastAccess and m_strPeerIP
-    tarn::TimeFace m_tmLastAccess;     // guarded by m_mutexRecord
+    friend class CGWebSessionColl;
+    void Touch(time_t now);  // ReCalTime with the caller's clock reading
+    bool IdleAt(time_t now) const;
+
+    std::atomic<time_t> m_tLastAccess;  // seconds; written without a lock, only when it moves
     const std::string m_strSessionId;
     const std::string m_strUserId;
     const std::string m_strCompany;
-    const int m_nServerType = 0;  // never set from the constructor's argument
-    const int m_nClientType;      // 1: exempt from the CSRF check
-    std::string m_strPeerIP;      // guarded by m_mutexRecord
+    const int m_nServerType = 0;     // never set from the constructor's argument
+    const int m_nClientType;         // 1: exempt from the CSRF check
+    mutable std::mutex m_mutexPeer;  // guards m_strPeerIP
+    std::string m_strPeerIP;
+    // Set by the table before the record is handed out, read-only afterwards.
+    bool m_bStoredOnly = false;
 };
 
-// The session table. Records are handed out as raw pointers that stay valid for the life of the
-// table: a record that leaves the map (erased, swept, replaced, or found only in the database)
-// stays owned by m_vecOwned until the table itself is destroyed at unload.
+// The session table.
+//
+// Locks. m_mutexTable guards the ordered map (the table proper, walked in session-id order by
+// the reuse path and the sweep), the user counts and the sweep. Lookups do not take it: they go
+// through an index of 64 shards keyed by a hash of the session id, each with its own lock, so
+// lookups of different sessions never wait for each other, and no lock at all is held while the
+// database is asked. Order: m_mutexTable, then a shard's lock, then m_mutexRetired.
+//
+// Records. A record handed out stays valid at least ten minutes after it left the table (erased,
+// swept, replaced, or no longer found in the database): records that leave are retired and freed
+// only once that grace period has passed. Every caller in this library uses a record within the
+// call that looked it up, with no waiting in between, so no use can outlive the grace period.
+// A session found only in the database (another process made it) is read from the database at
+// every lookup, as before, but one record per session id serves all those lookups while the
+// database's answer stays the same, so memory stays bounded by the sessions in use, however many
+// lookups come.
 //
 // Counting: the user-count map is read and decremented under the key "<company>_<user>" but
 // entries are only ever created under the bare user id. So the per-user limit never bites and the
@@ -97,28 +123,69 @@ public:
 
     // Read-only views for diagnostics and tests.
     size_t GetSessionCount();
+    // Every record held in memory: the table's, the database-only ones and the retired ones
+    // waiting for their grace period.
+    size_t GetRecordCount();
     // The count stored under `key` (a bare user id or "<company>_<user>"); false when absent.
     bool GetUserCount(const std::string& key, int& count);
     bool IsInitialised() const { return m_bInitialised.load(std::memory_order_acquire); }
 
 private:
-    // Removes timed-out sessions, at most once every four hours. m_mutexTable must be held.
-    void EraseTimeOutSession();
-    // Takes ownership of a record. m_mutexTable must be held.
-    CGWebSession* AdoptLocked(std::unique_ptr<CGWebSession> record);
+    // A session id in the index: a view of the record's own id with its hash.
+    struct CIdKey {
+        std::string_view m_id;
+        size_t m_nHash;
+        bool operator==(const CIdKey& o) const { return m_id == o.m_id; }
+    };
+    struct CIdHash {
+        size_t operator()(const CIdKey& k) const { return k.m_nHash; }
+    };
+    // A table record in the index; `m_bLeaving` while it is being deleted from the database,
+    // when lookups already answer "absent" without asking the database.
+    struct CSlot {
+        CGWebSession* m_pRecord;
+        bool m_bLeaving;
+    };
+    struct alignas(64) CShard {
+        std::mutex m_mutex;  // guards both maps
+        std::unordered_map<CIdKey, CSlot, CIdHash> m_mapLive;
+        std::unordered_map<CIdKey, CGWebSession*, CIdHash> m_mapStored;  // database-only records
+    };
+    static const int kShardBits = 6;
+
+    static CIdKey KeyOf(std::string_view id);
+    CShard& ShardOf(const CIdKey& key) { return m_aShards[key.m_nHash >> (64 - kShardBits)]; }
+    // Index updates for a table record; m_mutexTable must be held.
+    void IndexLocked(CGWebSession* record);
+    void MarkLeavingLocked(CGWebSession* record);
+    // Takes a record that left the index out once its database copy is gone, and retires it.
+    void FinishLeaving(CGWebSession* record);
+    // The lookup of an id absent from the table: asks the database, with no lock held.
+    CGWebSession* LookStored(const std::string& sessionId, const CIdKey& key, time_t now);
+    // Queues a record to be freed after the grace period, and frees those whose period ended.
+    void Retire(CGWebSession* record);
+
+    // Removes timed-out sessions, at most once every four hours.
+    void EraseTimeOutSession(time_t now);
     // "<company>_<user>"; false (and no key) when user id plus company exceed 1000 bytes.
     static bool MakeCountKey(const std::string& userId, const std::string& company,
                              std::string& key);
+    void UncountLocked(const CGWebSession& record);
 
-    std::mutex m_mutexTable;  // guards everything below except m_bInitialised
+    std::mutex m_mutexTable;                             // guards the three members below
     std::map<std::string, CGWebSession*> m_mapSessions;  // session id -> record
-    tarn::TimeFace m_tmLastSweep;                        // time of the last sweep
+    std::map<std::string, int> m_mapUserCount;           // see "Counting" above
     const int m_nMaxSessionsPerUser = 10;
+    // Time of the last sweep: written under m_mutexTable, read without it by every lookup.
+    std::atomic<time_t> m_tLastSweep;
     // Written once under m_mutexTable, polled without it by LookSession.
     std::atomic<bool> m_bInitialised{false};
-    std::map<std::string, int> m_mapUserCount;              // see "Counting" above
-    std::string m_strDbServer;                              // server of the persisted sessions
-    std::vector<std::unique_ptr<CGWebSession>> m_vecOwned;  // every record ever handed out
+    // Server of the persisted sessions (the start-up load names it; it never changes).
+    const std::string m_strDbServer;
+    std::unique_ptr<CShard[]> m_aShards;
+
+    std::mutex m_mutexRetired;  // guards m_dqRetired
+    std::deque<std::pair<std::chrono::steady_clock::time_point, CGWebSession*>> m_dqRetired;
 };
 
 // The process-wide session table (defined in session/Globals.cpp). It is never destroyed: the

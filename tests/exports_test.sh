@@ -20,7 +20,7 @@ undecorated=(
   BSWhetherSessionIdTimeOut BSCheckQvSession Web_SessionisPastdue GetPeerIP
   Web_SessionInit BSGetTokenCookie BSCheckToken BSAddTokenToCache
   BSWhetherCheckVerifyCode BSGetVerifyToken BSSetVerifyToken BSGetVerifyCode BSCheckVerifyCode
-  BSCheckXSS
+  BSCheckXSS sdigest fdigest
 )
 for name in "${undecorated[@]}"; do
   if ! grep -qx -- "$name" <<<"$exported"; then
@@ -46,6 +46,11 @@ for name in GetTokenFromCookie Session_InitData; do
     failed=1
   fi
 done
+# The digest functions have C linkage only: no decorated twin.
+if grep -qE -- '^_Z[0-9]+[sf]digest' <<<"$exported"; then
+  echo "FAIL: a digest function is exported with a decorated name"
+  failed=1
+fi
 
 # Internals that must stay hidden: the session table and record, the persistence class, the
 # token collection, the two globals and the cookie rule are reached only through the entry
@@ -60,9 +65,9 @@ for internal in CGWebSession CSessionDb gw_webSession CWebTokenColl g_WebTokenCo
   fi
 done
 
-# The toolkit page handlers use: every class exported whole, and the two digest functions.
+# The toolkit page handlers use: every class exported whole.
 for api in "CBSWork::" "Url::" "CQvHandleLoc::" "CSPropSetObj::" "CDbVar::" "CManageDb::" \
-           "CQvUtil::" "tarn::CIniFile::" "tarn::TimeFace::" "MD5::" "sdigest(" "fdigest("; do
+           "CQvUtil::" "tarn::CIniFile::" "tarn::TimeFace::" "MD5::"; do
   if ! grep -qF -- "$api" <<<"$demangled"; then
     echo "FAIL: toolkit name $api is not exported"
     failed=1

@@ -35,6 +35,10 @@ public:
                                         std::string show, std::string callback);
     int SendSuccessWebSession(st_wh_info* info, std::string status, Json::Value& data,
                               std::string callback);
+    // The text of every JSON envelope this library and its page handlers send: the styled
+    // layout (keys sorted, three blanks per level, a final newline). Every envelope goes through
+    // here so that all answers read alike.
+    static std::string StyledJson(const Json::Value& value);
 
     // Language and text encoding.
     std::string GetLan(st_wh_info* info);

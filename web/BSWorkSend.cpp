@@ -34,16 +34,6 @@ std::string WithCharset(const std::string& contentType, int charset) {
     return charset == 2 ? contentType + ";charset=UTF-8" : contentType;
 }
 
-std::string Styled(const Json::Value& value) {
-    // The browser pages were written against this layout (three-blank indent, sorted keys, a
-    // final newline); the newer stream writer indents differently, so the styled writer stays.
-#pragma GCC diagnostic push
-#pragma GCC diagnostic ignored "-Wdeprecated-declarations"
-    Json::StyledWriter writer;
-    return writer.write(value);
-#pragma GCC diagnostic pop
-}
-
 std::string Wrap(const std::string& callback, const std::string& json) {
     return callback.empty() ? json : callback + "(" + json + ");";
 }
@@ -53,6 +43,17 @@ std::string StatusText(int status) {
 }
 
 }  // namespace
+
+std::string CBSWork::StyledJson(const Json::Value& value) {
+    // The browser pages were written against this layout (three-blank indent, sorted keys, a
+    // final newline). Json::Value::toStyledString indents with tabs in the jsoncpp we build on,
+    // and the newer stream writer differs again, so the styled writer stays.
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wdeprecated-declarations"
+    Json::StyledWriter writer;
+    return writer.write(value);
+#pragma GCC diagnostic pop
+}
 
 int CBSWork::SendInfoToWeb(st_wh_info* info, const char* data, int length) {
     if (info == nullptr || info->resp == nullptr) {
@@ -153,7 +154,7 @@ void CBSWork::SendSessionOutInfoToWebSession(st_wh_info* info, std::string callb
     }
     Json::Value v(Json::objectValue);
     v["status"] = "SessionTimeOut";
-    SendInfoToWeb(info, Wrap(callback, Styled(v)), 2, false, 0, "text/html");
+    SendInfoToWeb(info, Wrap(callback, StyledJson(v)), 2, false, 0, "text/html");
 }
 
 int CBSWork::SendErrorWebSession(st_wh_info* info, std::string status, std::string message,
@@ -169,7 +170,7 @@ int CBSWork::SendErrorWebSession(st_wh_info* info, std::string status, std::stri
     Json::Value v(Json::objectValue);
     v["status"] = status.empty() ? "failed" : status;
     v["errmsg"] = message;
-    SendInfoToWeb(info, Wrap(callback, Styled(v)), 2, false, 0, "text/html");
+    SendInfoToWeb(info, Wrap(callback, StyledJson(v)), 2, false, 0, "text/html");
     return 1;
 }
 
@@ -188,7 +189,7 @@ int CBSWork::SendErrorAndShowErrorWebSession(st_wh_info* info, std::string statu
     v["status"] = status.empty() ? "failed" : status;
     v["errmsg"] = message;
     v["showmsg"] = show;
-    SendInfoToWeb(info, Wrap(callback, Styled(v)), 2, false, 0, "text/html");
+    SendInfoToWeb(info, Wrap(callback, StyledJson(v)), 2, false, 0, "text/html");
     return 1;
 }
 
@@ -206,6 +207,6 @@ int CBSWork::SendSuccessWebSession(st_wh_info* info, std::string status, Json::V
     v["status"] = status.empty() ? "success" : status;
     v["errmsg"] = "";
     v["data"] = data;
-    SendInfoToWeb(info, Wrap(callback, Styled(v)), 2, false, 0, "text/html");
+    SendInfoToWeb(info, Wrap(callback, StyledJson(v)), 2, false, 0, "text/html");
     return 1;
 }

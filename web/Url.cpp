@@ -4,7 +4,6 @@
 
 #include <algorithm>
 #include <cstring>
-#include <list>
 #include <vector>
 
 #include "common/Util.h"
@@ -47,22 +46,63 @@ int HexValue(unsigned char c) {
     return 0;
 }
 
+// Percent-decodes the bytes [p, end) exactly as Url::DecodeUrl decodes the same text: "+" is a
+// blank, "%XY" one byte (a non-hexadecimal digit counts as 0), a "%" that is last, or followed
+// by only one character, ends the text, and so does a zero byte. Without `fromUtf8` the result
+// ends at its first zero byte, as a C string would.
+void DecodeRange(const char* p, const char* end, bool fromUtf8, std::string& out) {
+    out.clear();
+    while (p < end && *p != '\0') {
+        if (*p == '+') {
+            out += ' ';
+            ++p;
+        } else if (*p == '%') {
+            if (p + 1 >= end || p[1] == '\0')
+                break;
+            const unsigned char last = p + 2 < end ? static_cast<unsigned char>(p[2]) : 0;
+            out += static_cast<char>((HexValue(static_cast<unsigned char>(p[1])) << 4) |
+                                     HexValue(last));
+            if (last == 0)
+                break;
+            p += 3;
+        } else {
+            out += *p++;
+        }
+    }
+    if (!fromUtf8) {
+        const std::string::size_type zero = out.find('\0');
+        if (zero != std::string::npos)
+            out.resize(zero);
+    }
+}
+
 // Splits `text` at "&" and stores each "key=value" piece, the last of repeated keys winning.
-// With `decodePieces`, key and value are decoded separately, so that an encoded "&" or "="
-// inside a value survives.
+// Pieces are those of tarn::Util::ParseFlagString: empty ones between two "&" count, an empty
+// last one does not. With `decodePieces`, key and value are decoded separately, so that an
+// encoded "&" or "=" inside a value survives. Every request passes here, so the pieces are
+// read in place, without copies of the text.
 void FillMap(const std::string& text, std::map<std::string, std::string>& out, bool decodePieces,
              bool convert) {
-    std::list<std::string> pieces;
-    tarn::Util::ParseFlagString(text, "&", pieces);
-    for (const std::string& piece : pieces) {
-        const std::string::size_type eq = piece.find('=');
-        std::string key = eq == std::string::npos ? piece : piece.substr(0, eq);
-        std::string value = eq == std::string::npos ? std::string() : piece.substr(eq + 1);
+    const char* start = text.data();
+    const char* const end = start + text.size();
+    std::string key, value;
+    while (start < end) {
+        const char* amp = static_cast<const char*>(std::memchr(start, '&', end - start));
+        const char* stop = amp != nullptr ? amp : end;
+        const char* eq = static_cast<const char*>(std::memchr(start, '=', stop - start));
+        const char* keyEnd = eq != nullptr ? eq : stop;
+        const char* valueStart = eq != nullptr ? eq + 1 : stop;
         if (decodePieces) {
-            key = Url::DecodeUrl(key, convert);
-            value = Url::DecodeUrl(value, convert);
+            DecodeRange(start, keyEnd, convert, key);
+            DecodeRange(valueStart, stop, convert, value);
+        } else {
+            key.assign(start, keyEnd);
+            value.assign(valueStart, stop);
         }
-        out[key] = value;
+        out[std::move(key)] = std::move(value);
+        if (amp == nullptr)
+            break;
+        start = amp + 1;
     }
 }
 

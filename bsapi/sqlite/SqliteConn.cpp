@@ -2,6 +2,7 @@
 #include "bsapi/sqlite/SqliteConn.h"
 
 #include <fcntl.h>
+#include <sched.h>
 #include <sys/stat.h>
 #include <time.h>
 #include <unistd.h>
@@ -64,9 +65,10 @@ int MapSqlite(int rc, sqlite3* db) {
     }
 }
 
-// Waits for a lock held by another connection. Short sleeps first (10 us doubling up to 1 ms):
-// writers here hold the lock for microseconds, and SQLite's own handler would sleep whole
-// milliseconds from the start.
+// Waits for a lock held by another connection. Writers here hold the lock for some tens of
+// microseconds, so the first waits only yield the processor (any sleep lasts at least the
+// system's timer slack, 50 us, which would double a queue's push-to-pop time); then sleeps of
+// 10 us doubling up to 1 ms. SQLite's own handler would sleep whole milliseconds from the start.
 int CSqliteConn::OnBusy(void* self, int count) {
     CSqliteConn* conn = static_cast<CSqliteConn*>(self);
     struct timespec now;
@@ -76,7 +78,13 @@ int CSqliteConn::OnBusy(void* self, int count) {
         conn->m_llBusySinceNs = ns;
     if (ns - conn->m_llBusySinceNs >= conn->m_nBusyTimeoutMs * 1000000LL)
         return 0;
-    ::usleep(static_cast<useconds_t>(count < 7 ? 10 << count : 1000));
+    const int kYields = 100;
+    if (count < kYields) {
+        ::sched_yield();
+    } else {
+        const int n = count - kYields;
+        ::usleep(static_cast<useconds_t>(n < 7 ? 10 << n : 1000));
+    }
     return 1;
 }
 
@@ -118,24 +126,22 @@ int CSqliteConn::Open(const std::string& path, bool create, const char* schema,
     sqlite3_extended_result_codes(conn->m_pDb, 0);
     conn->m_nBusyTimeoutMs = BusyTimeoutMs();
     sqlite3_busy_handler(conn->m_pDb, &CSqliteConn::OnBusy, conn.get());
-    // WAL lets readers run beside one writer and keeps a crash from damaging the file.
-    rc = conn->Exec("PRAGMA journal_mode=WAL");
-    if (rc != BS_OK)
-        return rc;
-    rc = conn->Exec("PRAGMA synchronous=NORMAL");
-    if (rc != BS_OK)
-        return rc;
-    sqlite3_stmt* st = nullptr;
+    // WAL lets readers run beside one writer and keeps a crash from damaging the file. Turning a
+    // new file to WAL needs it to itself for a moment, and SQLite answers "busy" at once, without
+    // the busy handler, when another connection (several first opens of one file race so) holds
+    // it then; so this setup waits as the busy handler would, up to the busy timeout.
     int version = 0;
-    if (sqlite3_prepare_v2(conn->m_pDb, "PRAGMA user_version", -1, &st, nullptr) != SQLITE_OK) {
-        return MapSqlite(sqlite3_errcode(conn->m_pDb), conn->m_pDb);
+    for (int attempt = 0;; ++attempt) {
+        rc = conn->Exec("PRAGMA journal_mode=WAL");
+        if (rc == BS_OK)
+            rc = conn->Exec("PRAGMA synchronous=NORMAL");
+        if (rc == BS_OK)
+            rc = conn->UserVersion(version);
+        if (rc != BS_ERR_BUSY || !OnBusy(conn.get(), attempt))
+            break;
     }
-    rc = sqlite3_step(st);
-    if (rc == SQLITE_ROW)
-        version = sqlite3_column_int(st, 0);
-    sqlite3_finalize(st);
-    if (rc != SQLITE_ROW)
-        return MapSqlite(rc, conn->m_pDb);
+    if (rc != BS_OK)
+        return rc;
     if (version == 0) {
         // Another process may be creating the same file: the schema is idempotent and runs under
         // the write lock.
@@ -175,6 +181,17 @@ sqlite3_stmt* CSqliteConn::Stmt(int slot, const char* sql, int& code) {
     }
     code = BS_OK;
     return st;
+}
+
+int CSqliteConn::UserVersion(int& version) {
+    sqlite3_stmt* st = nullptr;
+    if (sqlite3_prepare_v2(m_pDb, "PRAGMA user_version", -1, &st, nullptr) != SQLITE_OK)
+        return MapSqlite(sqlite3_errcode(m_pDb), m_pDb);
+    int rc = sqlite3_step(st);
+    if (rc == SQLITE_ROW)
+        version = sqlite3_column_int(st, 0);
+    sqlite3_finalize(st);
+    return rc == SQLITE_ROW ? BS_OK : MapSqlite(rc, m_pDb);
 }
 
 int CSqliteConn::Exec(const char* sql) {

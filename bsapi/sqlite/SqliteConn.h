@@ -33,6 +33,7 @@ public:
     static const int kSlots = 32;
     sqlite3_stmt* Stmt(int slot, const char* sql, int& code);
     int Exec(const char* sql);
+    int UserVersion(int& version);  // PRAGMA user_version
 
     // The caller's transaction.
     bool InUserTxn();

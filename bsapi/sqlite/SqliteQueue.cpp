@@ -74,7 +74,7 @@ uint32_t SlotOf(const std::string& name) {
     return h % kSlots;
 }
 
-enum { Q_FIND, Q_CREATE, Q_PUSH, Q_TAKE, Q_PEEK, Q_EXISTS, Q_COUNT, Q_CLEAR, Q_DROP };
+enum { Q_FIND, Q_CREATE, Q_PUSH, Q_TAKE, Q_PEEK, Q_EXISTS, Q_COUNT, Q_CLEAR, Q_DROP, Q_STATE };
 const char* const kSql[] = {
     "SELECT id FROM bs_queue WHERE name=?1",
     "INSERT INTO bs_queue(name) VALUES(?1) ON CONFLICT(name) DO NOTHING",
@@ -87,6 +87,8 @@ const char* const kSql[] = {
     "SELECT count(*) FROM bs_msg WHERE queue=?1",
     "DELETE FROM bs_msg WHERE queue=?1",
     "DELETE FROM bs_queue WHERE id=?1",
+    "SELECT EXISTS(SELECT 1 FROM bs_queue WHERE id=?1), EXISTS(SELECT 1 FROM bs_msg WHERE "
+    "queue=?1)",
 };
 
 class CSqliteQueue : public CQueueSession {
@@ -242,29 +244,44 @@ private:
         return s == SQLITE_DONE ? BS_ERR_NO_QUEUE : MapSqlite(s, m_pConn->Db());
     }
 
-    // One message, or BS_ERR_TIMEOUT for an empty queue.
+    // One message, or BS_ERR_TIMEOUT for an empty queue. Whether there is anything to take is
+    // asked first with a read, which takes no lock that a pusher waits for: a pop that finds the
+    // queue empty (every blocking pop before it sleeps) never holds up the push it waits for.
     int TryPop(CMessage& message, bool peek) {
-        int slot = peek ? Q_PEEK : Q_TAKE;
         int rc = BS_OK;
-        sqlite3_stmt* st = m_pConn->Stmt(slot, kSql[slot], rc);
+        sqlite3_stmt* st = m_pConn->Stmt(Q_STATE, kSql[Q_STATE], rc);
         if (st == nullptr)
             return rc;
         sqlite3_bind_int64(st, 1, m_llQueue);
         int s = sqlite3_step(st);
+        const bool queueExists = s == SQLITE_ROW && sqlite3_column_int(st, 0) != 0;
+        const bool hasMessage = s == SQLITE_ROW && sqlite3_column_int(st, 1) != 0;
+        sqlite3_reset(st);
+        if (s != SQLITE_ROW)
+            return MapSqlite(s, m_pConn->Db());
+        if (!queueExists)
+            return BS_ERR_NO_QUEUE;
+        if (!hasMessage)
+            return BS_ERR_TIMEOUT;
+        int slot = peek ? Q_PEEK : Q_TAKE;
+        st = m_pConn->Stmt(slot, kSql[slot], rc);
+        if (st == nullptr)
+            return rc;
+        sqlite3_bind_int64(st, 1, m_llQueue);
+        s = sqlite3_step(st);
         if (s == SQLITE_ROW) {
             message.m_ullId = static_cast<unsigned long long>(sqlite3_column_int64(st, 0));
             message.m_strName = ColumnText(st, 1);
             message.m_lTime = static_cast<long>(sqlite3_column_int64(st, 2));
             ColumnValue(st, 4, static_cast<unsigned char>(sqlite3_column_int(st, 3)),
                         message.m_varValue, true);
-            rc = StepDone(st, m_pConn->Db());  // finishes the delete
-            return rc;
+            return StepDone(st, m_pConn->Db());  // finishes the delete
         }
         sqlite3_reset(st);
         if (s != SQLITE_DONE)
             return MapSqlite(s, m_pConn->Db());
-        rc = CheckQueue();
-        return rc == BS_OK ? BS_ERR_TIMEOUT : rc;
+        // Another pop took the message between the look and the take.
+        return BS_ERR_TIMEOUT;
     }
 
     std::shared_ptr<CSqliteConn> m_pConn;
