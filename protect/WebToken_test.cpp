@@ -53,8 +53,7 @@ class WebTokenTest : public ::testing::Test {
 protected:
     static void SetUpTestSuite() {
         // The message catalogs, so that the stale-token answer carries its text.
-        std::string source = __FILE__;
-        std::string lang = source.substr(0, source.rfind('/')) + "/../translate/lang/";
+        const std::string lang = std::string(WS_LANG_SOURCE_DIR) + "/";
         for (const char* name : {"zh.lang", "en.lang"}) {
             ws_test::WriteFile(Root() + "/middle/lang/" + name, ws_test::ReadFile(lang + name));
         }
