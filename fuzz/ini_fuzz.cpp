@@ -9,9 +9,6 @@
 // "]" and reads back shorter.
 //
 // The file lives in memory (memfd), reached by its /proc/self/fd path.
-#include <sys/mman.h>
-#include <unistd.h>
-
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>
@@ -21,98 +18,14 @@
 
 #include "common/IniFile.h"
 #include "fuzz/FuzzCheck.h"
+#include "fuzz/IniModel.h"
 
 namespace {
 
+using ws_fuzz::Contents;
+using ws_fuzz::MemFile;
+using ws_fuzz::ModelLoad;
 using ws_fuzz::Show;
-using Contents = std::map<std::string, std::map<std::string, std::string>>;
-
-struct MemFile {
-    int fd = -1;
-    std::string path;
-    explicit MemFile(const char* name) {
-        fd = ::memfd_create(name, 0);
-        if (fd < 0) {
-            std::perror("memfd_create");
-            std::abort();
-        }
-        path = "/proc/self/fd/" + std::to_string(fd);
-    }
-    void Write(const std::string& bytes) const {
-        if (::ftruncate(fd, 0) != 0 ||
-            ::pwrite(fd, bytes.data(), bytes.size(), 0) != static_cast<ssize_t>(bytes.size())) {
-            std::perror("memfd write");
-            std::abort();
-        }
-    }
-    std::string Read() const {
-        std::string bytes;
-        char buf[4096];
-        off_t at = 0;
-        ssize_t n;
-        while ((n = ::pread(fd, buf, sizeof buf, at)) > 0) {
-            bytes.append(buf, static_cast<size_t>(n));
-            at += n;
-        }
-        return bytes;
-    }
-};
-
-std::string Trim(const std::string& text) {
-    const char* blanks = " \t\r\n";
-    const size_t first = text.find_first_not_of(blanks);
-    if (first == std::string::npos)
-        return "";
-    return text.substr(first, text.find_last_not_of(blanks) - first + 1);
-}
-
-// The file as the reader sees it: pieces that end after a line feed or after 1023 bytes, each
-// cut at its first zero byte, empty ones skipped, one final line feed or carriage return
-// dropped.
-std::list<std::string> ModelLines(const std::string& bytes) {
-    std::list<std::string> lines;
-    size_t at = 0;
-    while (at < bytes.size()) {
-        size_t end = at;
-        while (end < bytes.size() && end - at < 1023 && bytes[end] != '\n')
-            ++end;
-        if (end < bytes.size() && end - at < 1023)
-            ++end;  // the line feed belongs to this piece
-        std::string piece = ws_fuzz::CText(bytes.substr(at, end - at));
-        at = end;
-        if (piece.empty())
-            continue;
-        if (piece.back() == '\n' || piece.back() == '\r')
-            piece.pop_back();
-        lines.push_back(piece);
-    }
-    return lines;
-}
-
-int ModelLoad(const std::string& bytes, Contents& contents) {
-    std::string section;
-    for (const std::string& line : ModelLines(bytes)) {
-        const size_t open = line.find('[');
-        if (open != std::string::npos) {
-            const size_t close = line.find(']');
-            if (close == std::string::npos)
-                return -1;
-            // A "]" before the "[" gives the rest of the line after the "[".
-            section = Trim(close > open ? line.substr(open + 1, close - open - 1)
-                                        : line.substr(open + 1));
-            continue;
-        }
-        const size_t eq = line.find('=');
-        if (eq == std::string::npos)
-            continue;
-        if (section.empty())
-            return -1;
-        const std::string key = Trim(line.substr(0, eq));
-        if (!key.empty())
-            contents[section][key] = Trim(line.substr(eq + 1));
-    }
-    return 0;
-}
 
 std::string Canonical(const Contents& contents) {
     std::string text;
@@ -160,9 +73,14 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     // Look-ups: the value, or the default for an empty one; a missing section gives the default.
     for (const auto& s : want) {
         for (const auto& kv : s.second) {
-            const std::string value =
-                ini.GetIniSetting(s.first.c_str(), kv.first.c_str(), "\x01" "default");
-            FUZZ_EQ(value, kv.second.empty() ? "\x01" "default" : kv.second, Show(input));
+            const std::string value = ini.GetIniSetting(s.first.c_str(), kv.first.c_str(),
+                                                        "\x01"
+                                                        "default");
+            FUZZ_EQ(value,
+                    kv.second.empty() ? "\x01"
+                                        "default"
+                                      : kv.second,
+                    Show(input));
         }
     }
     if (want.count("\x02none") == 0)
