@@ -17,22 +17,14 @@
 #include "bsapi/bsapi.h"
 #include "db/DbVar.h"
 #include "fuzz/FuzzCheck.h"
+#include "fuzz/VarMapCheck.h"
 
 namespace {
 
 using tarn::VariableData;
+using ws_fuzz::SameMap;
 using ws_fuzz::Show;
 using VarMap = CDbVar::VarMap;
-
-bool SameMap(const VarMap& a, const VarMap& b) {
-    if (a.size() != b.size())
-        return false;
-    for (auto i = a.begin(), j = b.begin(); i != a.end(); ++i, ++j) {
-        if (i->first != j->first || !i->second.Equals(j->second))
-            return false;
-    }
-    return true;
-}
 
 std::string ShowMap(const VarMap& map) {
     std::string out;

@@ -18,22 +18,14 @@
 #include "db/DbVar.h"
 #include "db/PropSetObj.h"
 #include "fuzz/FuzzCheck.h"
+#include "fuzz/VarMapCheck.h"
 
 namespace {
 
 using tarn::VariableData;
+using ws_fuzz::SameMap;
 using ws_fuzz::Show;
 using PropMap = CSPropSetObj::PropMap;
-
-bool SameMap(const PropMap& a, const PropMap& b) {
-    if (a.size() != b.size())
-        return false;
-    for (auto i = a.begin(), j = b.begin(); i != a.end(); ++i, ++j) {
-        if (i->first != j->first || !i->second.Equals(j->second))
-            return false;
-    }
-    return true;
-}
 
 PropMap Props(const CSPropSetObj& set) {
     PropMap map;
@@ -117,7 +109,10 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     const std::string what = "input " + Show(input) + "\n";
 
     CSPropSetObj set;
-    set.SetPropertyString("\x01" "before", "x");
+    set.SetPropertyString(
+        "\x01"
+        "before",
+        "x");
     const PropMap before = Props(set);
     char* cursor = const_cast<char*>(input.data());
     int room = static_cast<int>(size);
@@ -151,8 +146,12 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         FUZZ_EQ(set.GetPropertyString(p.first, "d"), CDbVar::VariableDataToString(v, 3), what);
         FUZZ_EQ(set.GetPropertyInt64(p.first, -1), CDbVar::VariableDataToInt64(v), what);
     }
-    if (want.count("\x02" "absent") == 0)
-        FUZZ_EQ(set.GetPropertyInt("\x02" "absent", 42), 42, what);
+    if (want.count("\x02"
+                   "absent") == 0)
+        FUZZ_EQ(set.GetPropertyInt("\x02"
+                                   "absent",
+                                   42),
+                42, what);
 
     // Merge: every second property of the set gets a new value, and one name is new.
     CSPropSetObj right;

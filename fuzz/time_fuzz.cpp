@@ -100,6 +100,26 @@ int64_t Le(const std::string& bytes, size_t from, int n) {
     return n == 4 ? static_cast<int32_t>(v) : static_cast<int64_t>(v);
 }
 
+// The nine field getters of one kind, in the order year, month, day (twice: both names), hour,
+// minute, second, day of the week, day of the year.
+typedef int (TimeFace::*Getter)() const;
+const Getter kUtcGetters[9] = {
+    &TimeFace::GetGMTYear,     &TimeFace::GetGMTMonth,   &TimeFace::GetGMTDay,
+    &TimeFace::GetGMTMonthDay, &TimeFace::GetGMTHour,    &TimeFace::GetGMTMinute,
+    &TimeFace::GetGMTSecond,   &TimeFace::GetGMTWeekDay, &TimeFace::GetGMTYearDay};
+const Getter kLocalGetters[9] = {
+    &TimeFace::GetYear,       &TimeFace::GetMonth,     &TimeFace::GetDay,
+    &TimeFace::GetDayOfMonth, &TimeFace::GetHour,      &TimeFace::GetMinute,
+    &TimeFace::GetSecond,     &TimeFace::GetDayOfWeek, &TimeFace::GetDayOfYear};
+
+void CheckFields(const TimeFace& face, const Fields& f, const Getter (&getters)[9],
+                 const std::string& what) {
+    const int want[9] = {f.year,   f.month,  f.day,     f.day,    f.hour,
+                         f.minute, f.second, f.weekday, f.yearday};
+    for (int i = 0; i < 9; ++i)
+        FUZZ_EQ((face.*getters[i])(), want[i], what + " field " + std::to_string(i));
+}
+
 void CheckPoint(int64_t raw) {
     const TimeFace face(static_cast<long>(raw));
     const int64_t t = raw < 0 ? 0 : raw;
@@ -107,15 +127,7 @@ void CheckPoint(int64_t raw) {
     FUZZ_EQ(face.GetTime(), t, what);
 
     const Fields u = CivilOf(t);
-    FUZZ_EQ(face.GetGMTYear(), u.year, what);
-    FUZZ_EQ(face.GetGMTMonth(), u.month, what);
-    FUZZ_EQ(face.GetGMTDay(), u.day, what);
-    FUZZ_EQ(face.GetGMTMonthDay(), u.day, what);
-    FUZZ_EQ(face.GetGMTHour(), u.hour, what);
-    FUZZ_EQ(face.GetGMTMinute(), u.minute, what);
-    FUZZ_EQ(face.GetGMTSecond(), u.second, what);
-    FUZZ_EQ(face.GetGMTWeekDay(), u.weekday, what);
-    FUZZ_EQ(face.GetGMTYearDay(), u.yearday, what);
+    CheckFields(face, u, kUtcGetters, what + " UTC");
     const std::string http = face.ToHttpGMTString();
     if (!u.ok) {
         FUZZ_EQ(http, "", what);
@@ -130,15 +142,7 @@ void CheckPoint(int64_t raw) {
     }
 
     const Fields l = LocalOf(t);
-    FUZZ_EQ(face.GetYear(), l.year, what);
-    FUZZ_EQ(face.GetMonth(), l.month, what);
-    FUZZ_EQ(face.GetDay(), l.day, what);
-    FUZZ_EQ(face.GetDayOfMonth(), l.day, what);
-    FUZZ_EQ(face.GetHour(), l.hour, what);
-    FUZZ_EQ(face.GetMinute(), l.minute, what);
-    FUZZ_EQ(face.GetSecond(), l.second, what);
-    FUZZ_EQ(face.GetDayOfWeek(), l.weekday, what);
-    FUZZ_EQ(face.GetDayOfYear(), l.yearday, what);
+    CheckFields(face, l, kLocalGetters, what + " local");
     const std::string text = face.ToString();
     if (!l.ok) {
         FUZZ_EQ(text, "", what);
