@@ -43,3 +43,23 @@ function(ws_bench name)
   set_target_properties(${name} PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/bench-bin)
   target_link_libraries(${name} PRIVATE ${ARG_LIBS} benchmark::benchmark)
 endfunction()
+
+# ws_fuzz(<name> SOURCES <files...> [LIBS <targets...>])
+# A libFuzzer target fuzz_<name> in <build>/fuzz-bin, and the CTest test fuzz_<name>_replay
+# (label "fuzz"), which runs every input of fuzz/corpus/<name>/ once and fails on a crash, a
+# property that does not hold, a leak or a time-out (-runs=0 reads the corpus and fuzzes
+# nothing, so the test is as repeatable as any other). Only in a WS_BUILD_FUZZ build.
+function(ws_fuzz name)
+  cmake_parse_arguments(ARG "" "" "SOURCES;LIBS" ${ARGN})
+  add_executable(fuzz_${name} ${ARG_SOURCES})
+  set_target_properties(fuzz_${name} PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/fuzz-bin)
+  target_include_directories(fuzz_${name} PRIVATE ${PROJECT_SOURCE_DIR})
+  # The targets' own checks and models need no coverage feedback, only the code under test.
+  target_compile_options(fuzz_${name} PRIVATE -fno-sanitize=fuzzer-no-link)
+  target_link_options(fuzz_${name} PRIVATE -fsanitize=fuzzer)
+  target_link_libraries(fuzz_${name} PRIVATE ${ARG_LIBS})
+  set(corpus ${PROJECT_SOURCE_DIR}/fuzz/corpus/${name})
+  add_test(NAME fuzz_${name}_replay
+           COMMAND fuzz_${name} -runs=0 -timeout=10 -rss_limit_mb=2048 ${corpus})
+  set_tests_properties(fuzz_${name}_replay PROPERTIES LABELS fuzz TIMEOUT 300)
+endfunction()

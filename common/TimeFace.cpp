@@ -3,6 +3,7 @@
 
 #include <sys/time.h>
 
+#include <climits>
 #include <cstdio>
 #include <cstring>
 
@@ -20,11 +21,13 @@ int64_t AddWrap(int64_t a, int64_t b) {
     return static_cast<int64_t>(static_cast<uint64_t>(a) + static_cast<uint64_t>(b));
 }
 
+// libc converts years up to INT_MAX + 1900, but every field getter and text form adds 1900 to
+// tm_year as an int: a year that does not fit an int counts as a failed conversion (0 or "").
 bool Local(time_t t, tm& out) {
-    return ::localtime_r(&t, &out) != nullptr;
+    return ::localtime_r(&t, &out) != nullptr && out.tm_year <= INT_MAX - 1900;
 }
 bool Utc(time_t t, tm& out) {
-    return ::gmtime_r(&t, &out) != nullptr;
+    return ::gmtime_r(&t, &out) != nullptr && out.tm_year <= INT_MAX - 1900;
 }
 
 // The local zone's standard offset in minutes west of Greenwich (negative east of it), as the

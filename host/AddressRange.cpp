@@ -33,7 +33,8 @@ bool ParseHop(const std::string& text, AddressRange& out) {
         if (close == std::string::npos)
             return false;
         std::string rest = text.substr(close + 1);
-        if (!rest.empty() && (rest[0] != ':' || rest.size() > 6 ||
+        // ":" and a port of one to five digits, as after an IPv4 address.
+        if (!rest.empty() && (rest[0] != ':' || rest.size() < 2 || rest.size() > 6 ||
                               rest.find_first_not_of("0123456789", 1) != std::string::npos))
             return false;
         return text.find(':') < close && ParseAddress(text.substr(1, close - 1), out);

@@ -31,7 +31,8 @@ const long long kMaxKeepAliveMs = 1500;
 // Whole-text decimal integer within [lo, hi]; anything else (blanks, signs out of range, junk
 // after the digits) is refused so that a typo never silently becomes a default.
 bool ParseInteger(const std::string& text, long long lo, long long hi, long long& out) {
-    if (text.empty())
+    // strtoll would skip leading white space ("\v5" read as 5): only a sign or a digit may lead.
+    if (text.empty() || (text[0] != '+' && text[0] != '-' && (text[0] < '0' || text[0] > '9')))
         return false;
     errno = 0;
     char* end = nullptr;

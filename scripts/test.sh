@@ -3,7 +3,8 @@
 #
 #   scripts/test.sh                     plain build: every test, then the thread-sanitizer run of
 #                                       the tests labelled "threads"
-#   scripts/test.sh --sanitize address  address + undefined-behaviour sanitizers: every test
+#   scripts/test.sh --sanitize address  address + undefined-behaviour sanitizers (clang): every
+#                                       test, and the fuzz targets' corpora replayed (fuzz/)
 #   scripts/test.sh --sanitize thread   thread sanitizer: the tests labelled "threads"
 #
 # Build trees: build/ (plain), build-address/, build-thread/. Set JOBS to change parallelism.
@@ -23,10 +24,16 @@ jobs="${JOBS:-$(nproc)}"
 
 run_suite() {  # <sanitizer> <build dir> [ctest args...]
   local san="$1" dir="$2"; shift 2
-  local cc=() bench=ON
-  if [ "$san" = thread ]; then cc=(-DCMAKE_C_COMPILER=clang -DCMAKE_CXX_COMPILER=clang++); fi
-  if [ -n "$san" ]; then bench=OFF; fi
-  cmake -S . -B "$dir" -G Ninja -DWS_SANITIZE="$san" -DWS_BUILD_BENCH="$bench" "${cc[@]}" >/dev/null
+  local cc=() bench=ON fuzz=OFF
+  # The sanitizer builds use clang; the address build also builds the fuzz targets (libFuzzer
+  # is clang's) and replays their corpora as tests.
+  if [ -n "$san" ]; then
+    cc=(-DCMAKE_C_COMPILER=clang -DCMAKE_CXX_COMPILER=clang++)
+    bench=OFF
+  fi
+  if [ "$san" = address ]; then fuzz=ON; fi
+  cmake -S . -B "$dir" -G Ninja -DWS_SANITIZE="$san" -DWS_BUILD_BENCH="$bench" \
+    -DWS_BUILD_FUZZ="$fuzz" "${cc[@]}" >/dev/null
   cmake --build "$dir" -j "$jobs"
   local env=()
   if [ "$san" = address ]; then
