@@ -5,9 +5,11 @@
 #include <algorithm>
 #include <cctype>
 
+#include "common/Clock.h"
 #include "console/ConsoleCommon.h"
 #include "console/ConsoleRecords.h"
 #include "console/ConsoleUsers.h"
+#include "console/LoginThrottle.h"
 #include "db/QvHandle.h"
 #include "host/WhModule.h"
 #include "session/SessionApi.h"
@@ -43,6 +45,24 @@ int PersistSession(const std::string& id, const std::string& user, const std::st
     if (rc == 0)
         rc = loc.Treedb_WriteKeyInt("clienttype", 0);
     return rc;
+}
+
+// The refusal of a log-in that must wait: 429 with Retry-After, in the envelope's words.
+int ReplyThrottled(st_wh_info* info, long seconds) {
+    CountRefusal(info, "login_throttled");
+    std::string message = Text(info, "throttled");
+    message.replace(message.find("{0}"), 3, std::to_string(seconds));
+    Json::Value envelope(Json::objectValue);
+    envelope["status"] = "failed";
+    envelope["errmsg"] = message;
+    const std::string body = Json::StyledWriter().write(envelope);
+    info->resp->status = 429;
+    info->resp->contentType = "application/json;charset=UTF-8";
+    info->resp->contentLength = static_cast<uint32_t>(body.size());
+    info->resp->extraHeaders.emplace_back("Retry-After", std::to_string(seconds));
+    info->sendHead(info->connId);
+    info->writeBody(info->connId, body.data(), static_cast<uint32_t>(body.size()));
+    return 0;
 }
 
 std::string SessionCookie(const std::string& id, bool clear) {
@@ -115,6 +135,10 @@ int HandleLogin(st_wh_info* info, void*) {
     std::string typed = Trim(Param(params, "code"));
     if (user.empty() || password.empty())
         return ReplyErrorId(info, "missing");
+    // Throttled names and addresses are refused before any check, the right password too.
+    const std::string peer = GetPeerIP(info);
+    if (const long wait = WaitLeft(user, peer, tarn::ClockNow()))
+        return ReplyThrottled(info, wait);
     if (BSWhetherCheckVerifyCode()) {
         const std::string key = CookieValue(info, kCodeKeyCookie);
         if (typed.empty())
@@ -129,11 +153,18 @@ int HandleLogin(st_wh_info* info, void*) {
             // whether the library holds any code at all.
             std::string any;
             BSGetVerifyCode("console-probe", 0, any);
-            return ReplyErrorId(info, any.empty() ? "no_codes" : "wrong_code");
+            if (any.empty())
+                return ReplyErrorId(info, "no_codes");
+            CountRefusal(info, "verify_code");
+            NoteFailure(user, peer, tarn::ClockNow(), "wrong verification code");
+            return ReplyErrorId(info, "wrong_code");
         }
     }
-    if (!ValidName(user) || !VerifyPassword(password, LoadUserHash(user)))
+    if (!ValidName(user) || !VerifyPassword(password, LoadUserHash(user))) {
+        CountRefusal(info, "login_failed");
+        NoteFailure(user, peer, tarn::ClockNow(), "wrong user name or password");
         return ReplyErrorId(info, "wrong_password");
+    }
     std::string company;
     if (LoginCompany(user, company) != 0)
         return ReplyErrorId(info, "no_company");
@@ -143,8 +174,9 @@ int HandleLogin(st_wh_info* info, void*) {
     const std::string previous = BSCheckQvSession(info);
     if (!previous.empty())
         BSEraseSession(previous);
+    NoteSuccess(user, peer);
     std::string id = RandomHex(16);
-    BSAddSession(id, user, company, 1, 0, GetPeerIP(info));
+    BSAddSession(id, user, company, 1, 0, peer);
     if (id.empty() || PersistSession(id, user, company) != 0)
         return ReplyErrorId(info, "session_failed");
     AddCookie(info, SessionCookie(id, false));

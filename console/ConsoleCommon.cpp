@@ -10,6 +10,7 @@
 #include <cstdio>
 
 #include "db/QvHandle.h"
+#include "host/WhModule.h"
 #include "session/SessionApi.h"
 #include "web/BSWork.h"
 
@@ -74,6 +75,9 @@ const std::map<std::string, TextPair>& Texts() {
         {"company_missing", {"所属公司不存在", "The company does not exist"}},
         {"bad_param", {"参数行格式应为 名称=值", "Parameter lines must read name=value"}},
         {"not_logged_in", {"尚未登录", "Not logged in"}},
+        {"throttled",
+         {"登录失败次数过多，请在 {0} 秒后再试",
+          "Too many failed log-ins for this name or address; try again in {0} seconds"}},
     };
     return texts;
 }
@@ -119,6 +123,11 @@ int ReplyErrorId(st_wh_info* info, const std::string& id, const std::string& det
     return 0;
 }
 
+void CountRefusal(st_wh_info* info, const char* reason) {
+    if (g_pHost != nullptr && g_pHost->apiVersion >= 2 && g_pHost->countRefusal != nullptr)
+        g_pHost->countRefusal(info, reason);
+}
+
 void AddCookie(st_wh_info* info, const std::string& value) {
     if (info != nullptr && info->resp != nullptr)
         info->resp->extraHeaders.emplace_back("Set-Cookie", value);
@@ -155,6 +164,7 @@ bool RunGate(st_wh_info* info, Params& params, bool checkSession) {
     }
     if (info->resp->status == kUnanswered) {
         info->resp->status = 200;
+        CountRefusal(info, "script_filter");
         ReplyErrorId(info, "markup");
     }
     return false;

@@ -41,6 +41,11 @@ void ReplyError(st_wh_info* info, const std::string& message);
 // the handler result, so that a handler can end with "return ReplyErrorId(...)".
 int ReplyErrorId(st_wh_info* info, const std::string& id, const std::string& detail = "");
 
+// Counts a refusal the console words itself on the host's monitoring page (a host of module
+// interface version 2 or later; nothing otherwise): "verify_code", "script_filter",
+// "login_throttled", "login_failed".
+void CountRefusal(st_wh_info* info, const char* reason);
+
 // Appends a Set-Cookie header to the answer that follows.
 void AddCookie(st_wh_info* info, const std::string& value);
 // The value of cookie `name` from the request's Cookie header (exact name match), "" if absent.

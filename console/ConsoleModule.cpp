@@ -4,6 +4,7 @@
 
 #include "console/ConsoleCommon.h"
 #include "console/ConsoleHandlers.h"
+#include "console/LoginThrottle.h"
 #include "host/WhModule.h"
 
 namespace {
@@ -37,6 +38,7 @@ extern "C" WH_MODULE_EXPORT int wh_module_register(WhRegistry* registry) {
         return -1;
     console::g_pHost = registry;
     console::MarkStarted();
+    console::SetThrottleSettings(console::LoadThrottleSettings(registry->installPath));
     for (const Route& r : kRoutes) {
         if (registry->addHandler(registry, r.path, r.handler, nullptr) != 0) {
             std::fprintf(stderr, "console: cannot register %s/%s\n", registry->prefix, r.path);

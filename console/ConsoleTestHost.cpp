@@ -15,12 +15,18 @@ void ConsoleLoopback::SetUpTestSuite() {
     ws_test::WriteFile(s_tree->Path("middle/Conf/middle.ini"),
                        "[main]\nloglevel=0\n[safe]\ntokeninterval=60\ncheckverifycode=1\n"
                        "checktoken=1\n");
-    s_tree->WriteHostIni("", false, "console=libconsole.so /api\n");
+    // Loopback stands for a proxy, so tests choose the client's address; log-ins wait at most
+    // four seconds once throttled.
+    s_tree->WriteHostIni("TrustedProxies=127.0.0.1\n", false, "console=libconsole.so /api\n",
+                         "[console]\nLoginFreeTries=5\nLoginWaitSeconds=2\n"
+                         "LoginMaxWaitSeconds=4\n");
     Run("bsctl", {"code", "seed", kCode});
     Run("bsctl", {"company", "add", "demo", "qv_companytype:int32=1"});
     Run("bsctl", {"login", "add", "admin", "demo"});
     Run("consoleuser", {"set", "admin", "right-pass"});
     Run("consoleuser", {"set", "loner", "right-pass"});  // a user without a login name
+    Run("bsctl", {"login", "add", "ops", "demo"});
+    Run("consoleuser", {"set", "ops", "ops-pass"});
     s_host = new wh_test::HostProcess(*s_tree);
     ASSERT_TRUE(s_host->Start()) << s_host->Stdout() << s_host->Stderr();
 }
@@ -43,7 +49,7 @@ std::string ConsoleLoopback::Tool(const std::string& name) {
 std::string ConsoleLoopback::Run(const std::string& tool, const std::vector<std::string>& args,
                                  int* status) {
     int rc = -1;
-    std::string out = ws_test::RunAndCapture(Tool(tool), args, &rc);
+    std::string out = wh_test::RunAsServingUser(Tool(tool), args, &rc);
     if (status != nullptr)
         *status = rc;
     else
@@ -52,12 +58,12 @@ std::string ConsoleLoopback::Run(const std::string& tool, const std::vector<std:
 }
 
 HttpResponse ConsoleLoopback::Call(const std::string& target, const std::string& cookies,
-                                   const std::string* body) {
+                                   const std::string* body, const std::string& extra) {
     const int port = s_host->Port();
     std::string req = std::string(body ? "POST " : "GET ") + target + " HTTP/1.1\r\n" +
                       "Host: 127.0.0.1:" + std::to_string(port) + "\r\n" +
                       "Referer: http://127.0.0.1:" + std::to_string(port) +
-                      "/console/app.html\r\nConnection: close\r\n";
+                      "/console/app.html\r\nConnection: close\r\n" + extra;
     if (!cookies.empty())
         req += "Cookie: " + cookies + "\r\n";
     if (body != nullptr)

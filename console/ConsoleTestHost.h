@@ -26,12 +26,13 @@ protected:
     // Runs a tool of the tree; expects exit status 0 unless `status` is given.
     static std::string Run(const std::string& tool, const std::vector<std::string>& args,
                            int* status = nullptr);
-    // One request on a fresh connection, from a page of this host (Referer), with `cookies`.
+    // One request on a fresh connection, from a page of this host (Referer), with `cookies`
+    // and the `extra` header lines.
     static HttpResponse Call(const std::string& target, const std::string& cookies,
-                             const std::string* body = nullptr);
+                             const std::string* body = nullptr, const std::string& extra = "");
     static HttpResponse Post(const std::string& target, const std::string& cookies,
-                             const std::string& body) {
-        return Call(target, cookies, &body);
+                             const std::string& body, const std::string& extra = "") {
+        return Call(target, cookies, &body, extra);
     }
     static Json::Value JsonOf(const HttpResponse& res);
     // "name=value" of the Set-Cookie header for `name` ("" when none); `whole` gets the header.

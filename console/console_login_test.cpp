@@ -1,6 +1,10 @@
 // The console's log-in side over loopback: the code picture, worded refusals of log-ins, the
-// session cookie and record, log-out, and pages refused without a session.
+// throttle of failed log-ins, the session cookie and record, log-out, and pages refused without
+// a session.
 #include "console/ConsoleTestHost.h"
+
+#include <chrono>
+#include <thread>
 
 namespace console_test {
 namespace {
@@ -12,13 +16,65 @@ TEST_F(ConsoleLoopback, CodePictureDrawsTheHandedOutCodeUnderAnHttpOnlyFormKey) 
     EXPECT_NE(whole.find("HttpOnly"), std::string::npos);
     EXPECT_NE(whole.find("SameSite=Strict"), std::string::npos);
     EXPECT_EQ(res.Header("Content-Type").compare(0, 13, "image/svg+xml"), 0);
-    std::string drawn;
-    for (size_t p = res.body.find("<text"); p != std::string::npos;
-         p = res.body.find("<text", p + 1)) {
-        size_t gt = res.body.find('>', p);
-        drawn += res.body.substr(gt + 1, res.body.find('<', gt) - gt - 1);
+    // Drawn as strokes: the source holds neither text nor the code (the reading of the source
+    // is the unit test's, console_unit_test).
+    EXPECT_GT(res.body.find("<path"), 0u);
+    EXPECT_EQ(res.body.find("<text"), std::string::npos);
+    EXPECT_EQ(res.body.find(kCode), std::string::npos);
+}
+
+// 30 scripted wrong passwords: five free tries, then a doubling wait answered with 429 and
+// Retry-After; the right password waits too; another user from another address does not.
+TEST_F(ConsoleLoopback, FailedLogInsAreThrottledPerNameAndAddress) {
+    auto attempt = [&](const std::string& user, const std::string& password,
+                       const std::string& address) {
+        return Post("/api/login", CodeKey() + "; " + FreshToken() + "; qv_lan=en",
+                    "user=" + user + "&password=" + password + "&code=" + kCode,
+                    "X-Forwarded-For: " + address + "\r\n");
+    };
+    int worded = 0, waited = 0;
+    for (int i = 0; i < 30; ++i) {
+        HttpResponse r = attempt("admin", "wrong-" + std::to_string(i), "198.51.100.7");
+        const std::string errmsg = JsonOf(r)["errmsg"].asString();
+        if (i <= 6) {  // five free tries; the sixth failure makes the seventh wait
+            EXPECT_EQ(r.status, i < 6 ? 200 : 429) << i;
+        }
+        if (r.status == 429) {
+            ++waited;
+            EXPECT_EQ(errmsg.find("Too many failed log-ins"), 0u) << errmsg;
+            const int retry = std::atoi(r.Header("Retry-After").c_str());
+            EXPECT_TRUE(retry >= 1 && retry <= 4) << r.head;
+        } else {
+            ++worded;
+            EXPECT_EQ(errmsg, "Wrong user name or password");
+        }
     }
-    EXPECT_EQ(drawn, kCode);
+    // Five free tries, the sixth starts a wait of 2 s, then 4 s each: a slow machine may see
+    // a few more tries answered, never all of them.
+    EXPECT_GE(worded, 6);
+    EXPECT_LE(worded, 12);
+    EXPECT_EQ(worded + waited, 30);
+    HttpResponse right = attempt("admin", "right-pass", "198.51.100.7");
+    EXPECT_EQ(right.status, 429) << right.body;
+    EXPECT_EQ(attempt("admin", "right-pass", "198.51.100.9").status, 429) << "the name waits";
+    HttpResponse other = attempt("ops", "ops-pass", "198.51.100.9");
+    EXPECT_EQ(JsonOf(other)["status"].asString(), "success") << other.body;
+    std::this_thread::sleep_for(
+        std::chrono::seconds(std::atoi(right.Header("Retry-After").c_str()) + 1));
+    HttpResponse later = attempt("admin", "right-pass", "198.51.100.7");
+    EXPECT_EQ(JsonOf(later)["status"].asString(), "success") << later.body;
+    const std::string log = ws_test::RunAndCapture(
+        "/bin/sh", {"-c", "cat " + s_tree->Path("middle/log") + "/console*.log"});
+    EXPECT_NE(log.find("user \"admin\" from 198.51.100.7"), std::string::npos) << log;
+    // The console's own refusals reach the host's monitoring page.
+    const std::string metrics = Call("/metrics", "").body;
+    for (const char* reason : {"login_throttled", "login_failed"}) {
+        const std::string sample =
+            std::string("webharbour_refusals_total{reason=\"") + reason + "\"} ";
+        const size_t at = metrics.find(sample);
+        ASSERT_NE(at, std::string::npos) << metrics;
+        EXPECT_GE(std::atoi(metrics.c_str() + at + sample.size()), 6) << reason;
+    }
 }
 
 // Each refused log-in in the words the user reads; the language follows qv_lan.

@@ -1,5 +1,5 @@
 // Pieces of the console that need no server: event normalising and resumption ids, password
-// hashes, key names and the code picture's escaping.
+// hashes, key names, the code picture's source and the throttle's waits.
 #include <gtest/gtest.h>
 #include <json/json.h>
 
@@ -8,6 +8,10 @@
 
 #include "console/ConsoleHandlers.h"
 #include "console/ConsoleUsers.h"
+#include "console/LoginThrottle.h"
+
+#include <set>
+#include <vector>
 
 namespace {
 
@@ -84,15 +88,70 @@ TEST(ConsoleUsers, KeyNames) {
         EXPECT_FALSE(console::ValidName(bad)) << bad;
 }
 
-TEST(CodePicture, DrawsEveryCharacterEscaped) {
-    const std::string svg = console::CodePictureSvg("a<&", "unused");
-    EXPECT_EQ(svg.compare(0, 4, "<svg"), 0);
-    EXPECT_NE(svg.find(">a</text>"), std::string::npos);
-    EXPECT_NE(svg.find(">&lt;</text>"), std::string::npos);
-    EXPECT_NE(svg.find(">&amp;</text>"), std::string::npos);
-    EXPECT_EQ(svg.find("unused"), std::string::npos);
+// Reads the picture's source as a program would: every text node and attribute value, entities
+// decoded. Neither the code nor a character of it as text may be there, no element that carries
+// text or a font, and no path that a second drawing of the same code repeats (a glyph with a
+// fixed outline could be looked up in a table).
+TEST(CodePicture, SourceHoldsNothingTheCodeCanBeReadFrom) {
+    const std::string code = "kxwqeh";  // letters: a digit may well be a coordinate
+    const std::string a = console::CodePictureSvg(code, "unused");
+    const std::string b = console::CodePictureSvg(code, "unused");
+    EXPECT_EQ(a.compare(0, 4, "<svg"), 0);
+    // Elements, attributes and text as a reader of the source sees them.
+    struct Source {
+        std::set<std::string> tags, paths;
+        std::vector<std::string> values, texts;
+    };
+    auto read = [](const std::string& svg) {
+        Source out;
+        for (size_t lt = svg.find('<'); lt != std::string::npos;) {
+            const size_t gt = svg.find('>', lt);
+            std::string tag = svg.substr(lt + 1, gt - lt - 1);
+            if (tag[0] != '/')
+                out.tags.insert(tag.substr(0, tag.find_first_of(" /")));
+            for (size_t eq = tag.find("=\""); eq != std::string::npos; eq = tag.find("=\"", eq)) {
+                const size_t name = tag.rfind(' ', eq) + 1, close = tag.find('"', eq + 2);
+                const std::string value = tag.substr(eq + 2, close - eq - 2);
+                if (tag.compare(name, eq - name, "d") == 0)
+                    out.paths.insert(value);
+                else
+                    out.values.push_back(value);
+                eq = close;
+            }
+            lt = svg.find('<', gt);
+            if (lt != std::string::npos && lt > gt + 1)
+                out.texts.push_back(svg.substr(gt + 1, lt - gt - 1));
+        }
+        return out;
+    };
+    const Source sa = read(a), sb = read(b);
+    EXPECT_TRUE(sa.texts.empty()) << sa.texts.front();
+    EXPECT_EQ(sa.tags, (std::set<std::string>{"svg", "rect", "circle", "path"}));
+    for (const std::string& v : sa.values) {
+        EXPECT_FALSE(v.size() == 1 && code.find(v) != std::string::npos) << v;
+        EXPECT_EQ(v.find(code), std::string::npos) << v;
+    }
+    for (const std::string& d : sa.paths)
+        EXPECT_EQ(d.find_first_not_of("ML0123456789. -"), std::string::npos) << d;
+    const std::set<std::string>& dA = sa.paths;
+    const std::set<std::string>& dB = sb.paths;
+    EXPECT_EQ(a.find("unused"), std::string::npos);
+    EXPECT_GE(dA.size(), code.size());
+    for (const std::string& d : dA)
+        EXPECT_EQ(dB.count(d), 0u) << d;
     const std::string none = console::CodePictureSvg("", "no <code>");
     EXPECT_NE(none.find("no &lt;code&gt;"), std::string::npos);
+}
+
+TEST(LoginThrottle, WaitsDoubleAfterTheFreeTriesUpToTheCeiling) {
+    console::ThrottleSettings s;
+    s.freeTries = 3;
+    s.waitSeconds = 5;
+    s.maxWaitSeconds = 60;
+    const long kWaits[] = {0, 0, 0, 0, 5, 10, 20, 40, 60, 60};
+    for (int failures = 0; failures < 10; ++failures)
+        EXPECT_EQ(console::WaitAfter(failures, s), kWaits[failures]) << failures;
+    EXPECT_EQ(console::WaitAfter(1000000, s), 60);
 }
 
 }  // namespace

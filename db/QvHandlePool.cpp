@@ -2,6 +2,8 @@
 // its one-second waits, tree-handle ids, and the per-server and process-wide pool maps.
 #include "db/QvHandlePool.h"
 
+#include "db/PoolStats.h"
+
 #include <unistd.h>
 
 #include <cstdio>
@@ -74,6 +76,7 @@ CHandlePool::~CHandlePool() {
 }
 
 CConfHandle* CHandlePool::Alloc(int kind, bool fromFront) {
+    ws_internal::PoolWaitTimer waitTimer;  // the monitoring page's handle wait figures
     for (int attempts = 5; attempts > 0; --attempts) {
         {
             std::lock_guard<std::recursive_mutex> lock(m_mutexList);

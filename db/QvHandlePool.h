@@ -94,6 +94,7 @@ public:
     int FreeHandleSize();
 
 private:
+    friend struct PoolStatsReader;  // db/PoolStats.cpp reads the counts under m_mutexList
     int m_nMaxHandle;                   // fixed at 50
     int m_nCreated;                     // guarded by m_mutexList; never decremented
     int m_nNextId;                      // guarded by m_mutexId
@@ -135,6 +136,7 @@ public:
     CServerHandlePool* GetServerPool(CDBServer server);
 
 private:
+    friend struct PoolStatsReader;  // db/PoolStats.cpp walks m_mapPools under m_mutexMap
     std::recursive_mutex m_mutexMap;  // guards m_mapPools; taken before a new pool's count lock
     std::map<CDBServer, CServerHandlePool*> m_mapPools;
 };

@@ -3,7 +3,13 @@
 //
 //   node console.test.mjs <installation tree, e.g. build/tree>
 //
-// Log-in refusals (wrong password, wrong code) and the log-in with the code the picture shows,
+// webharbour refuses to run as root: when the test runs as root, webharbour and the tools run as
+// an unprivileged user (WH_TEST_USER, else "nobody") that owns the copy's writable folders.
+//
+// Every page is checked under the host's Content-Security-Policy (no inline script): a policy
+// violation reported by the browser fails the test.
+//
+// Log-in refusals (wrong password, wrong code) and the log-in with the seeded code,
 // the language switch, a company with a CCU and a login name added through the pages, a live
 // event from eventgen arriving on the event page, log-out, the way back to the log-in page with a
 // message once the session is gone (in a second tab too, after its event stream was refused as
@@ -27,6 +33,24 @@ let context = null;
 let currentPage = null;  // for a picture of the screen when a check fails
 let hostOutput = '';
 
+// The identity the processes of the copy run as: {} when the test does not run as root.
+function servingUser() {
+  if (process.getuid() !== 0) return {};
+  const name = process.env.WH_TEST_USER || 'nobody';
+  const id = (flag) => Number(execFileSync('id', [flag, name], { encoding: 'utf8' }).trim());
+  return { uid: id('-u'), gid: id('-g') };
+}
+const asUser = servingUser();
+
+function chownTree(dir, { uid, gid }) {
+  fs.chownSync(dir, uid, gid);
+  for (const e of fs.readdirSync(dir, { withFileTypes: true })) {
+    const p = path.join(dir, e.name);
+    if (e.isDirectory()) chownTree(p, { uid, gid });
+    else fs.chownSync(p, uid, gid);
+  }
+}
+
 function step(text) { console.log(`[e2e] ${text}`); }
 
 // A copy of the installation without its data, logs and token files: the test starts from an
@@ -38,7 +62,14 @@ function copyTree() {
     recursive: true,
     filter: (src) => !skip.some((s) => src.startsWith(s)),
   });
-  for (const d of ['middle/data', 'middle/log', 'webharbour/hdoc/tmp']) fs.mkdirSync(path.join(tree, d), { recursive: true });
+  for (const d of ['middle/data', 'middle/log', 'webharbour/hdoc/tmp']) {
+    fs.mkdirSync(path.join(tree, d), { recursive: true });
+    if (asUser.uid !== undefined) chownTree(path.join(tree, d), asUser);
+  }
+  if (asUser.uid !== undefined) {
+    fs.chmodSync(work, 0o755);  // mkdtemp made it 0700: the serving user must get in
+    fs.chmodSync(tree, 0o755);
+  }
   // One event stream at a time, so that the test meets the refusal of a second one.
   const ini = path.join(tree, 'webharbour/middle.ini');
   const text = fs.readFileSync(ini, 'utf8');
@@ -47,7 +78,7 @@ function copyTree() {
 }
 
 function run(bin, ...args) {
-  return execFileSync(path.join(tree, 'bin', bin), args, { encoding: 'utf8', stdio: ['ignore', 'pipe', 'pipe'] });
+  return execFileSync(path.join(tree, 'bin', bin), args, { encoding: 'utf8', stdio: ['ignore', 'pipe', 'pipe'], ...asUser });
 }
 
 function freePort() {
@@ -60,7 +91,7 @@ function freePort() {
 
 function startHost(port) {
   return new Promise((resolve, reject) => {
-    host = spawn(path.join(tree, 'bin', 'webharbour'), ['--port', String(port)], { stdio: ['ignore', 'pipe', 'pipe'] });
+    host = spawn(path.join(tree, 'bin', 'webharbour'), ['--port', String(port)], { stdio: ['ignore', 'pipe', 'pipe'], ...asUser });
     const timer = setTimeout(() => reject(new Error('webharbour did not listen within 15 s:\n' + hostOutput)), 15000);
     const collect = (d) => {
       hostOutput += d;
@@ -111,17 +142,25 @@ async function main() {
   const page = context.pages()[0] || await context.newPage();
   currentPage = page;
   const pageErrors = [];
-  page.on('pageerror', (e) => pageErrors.push(e.message));
+  const watchPage = (p) => {
+    p.on('pageerror', (e) => pageErrors.push(e.message));
+    p.on('console', (m) => { if (/Content.Security.Policy/i.test(m.text())) pageErrors.push(m.text()); });
+  };
+  watchPage(page);
 
   // The root leads to the log-in page, whose picture draws the seeded code.
   const picture = page.waitForResponse((r) => r.url().includes('/api/code'));
+  const loginPage = page.waitForResponse((r) => r.url().endsWith('/console/login.html'));
   await page.goto(base + '/');
   await page.waitForURL('**/console/login.html');
+  const policy = (await loginPage).headers()['content-security-policy'] || '';
+  assert.match(policy, /script-src 'self';/, 'the page carries the security policy');
+  assert.match(policy, /frame-ancestors 'none'/);
   const svg = await (await picture).text();
-  const drawn = [...svg.matchAll(/<text[^>]*>([^<])<\/text>/g)].map((m) => m[1]).join('');
-  assert.equal(drawn, CODE, 'the picture draws the code handed out');
+  assert.ok(svg.includes('<path') && !svg.includes('<text') && !svg.includes(CODE),
+    'the picture draws the code as strokes, never as text');
   await page.waitForFunction(() => document.getElementById('code-img').naturalWidth > 0);
-  step('log-in page with the code picture');
+  step('log-in page with the code picture, under the security policy');
 
   // Refusals are shown in words (Chinese first: no language chosen yet).
   await page.fill('#user', 'admin');
@@ -195,7 +234,7 @@ async function main() {
   // A second tab wanting the events too: the host allows one stream here, so the tab is refused
   // and says so; when the session ends it must go back to log in as well.
   const watcher = await context.newPage();
-  watcher.on('pageerror', (e) => pageErrors.push(e.message));
+  watchPage(watcher);
   await watcher.goto(base + '/console/app.html');
   await watcher.click('button[data-tab="events"]');
   await watcher.waitForFunction(() => /refused the event stream/.test(document.getElementById('stream-state').textContent));

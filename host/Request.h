@@ -3,8 +3,9 @@
 
 #include <atomic>
 #include <cstdint>
-#include <deque>
+#include <memory>
 #include <string>
+#include <vector>
 
 #include "host/HostConfig.h"
 #include "web/Url.h"
@@ -20,6 +21,12 @@ namespace wh {
 struct HostShared {
     const HostConfig* config = nullptr;
     std::atomic<int> openStreams{0};  // event streams now open, bounded by maxEventStreams
+    bool tls = false;                 // the main port speaks HTTPS
+    int httpsPort = 0;                // that port, for redirects from the plain one
+    // Header lines every answer of ours carries ("Name: value\r\n"...): the security policy
+    // headers; and the Strict-Transport-Security line for answers over HTTPS.
+    std::string headerLines;
+    std::string hstsLine;
 };
 
 // One handler request. Lives on the worker thread's stack for the request; st_wh_info::connId
@@ -39,9 +46,12 @@ struct RequestCtx {
     bool isHeadMethod = false;  // a HEAD request: the head is sent, the body is not
     bool acceptsGzip = false;   // from Accept-Encoding
     bool keepAlive = true;      // what the Connection header of our answer says
+    bool secure = false;        // the request came over HTTPS
 
-    // The encoded bodies handed out by encodeBody; they must live until the request ends.
-    std::deque<std::string> encoded;
+    // The encoded bodies handed out by encodeBody; they must live until the request ends (each
+    // its own allocation, so that a later one never moves an earlier one; an empty vector costs
+    // nothing, where a deque allocates on every request).
+    std::vector<std::unique_ptr<std::string>> encoded;
     bool gzipped = false;       // encodeBody really produced gzip for this request
     bool varyEncoding = false;  // the answer depended on Accept-Encoding
 
@@ -79,6 +89,9 @@ int FinishRequest(RequestCtx& ctx, int handlerResult);
 
 // 1 while the answer of the request behind `info` can still reach the client.
 int ConnectionOk(const st_wh_info* info);
+
+// Counts a refusal a module words itself (WhRegistry::countRefusal).
+void CountModuleRefusal(const st_wh_info* info, const char* reason);
 
 // The record's response callbacks (ResponseWriter.cpp).
 void CbSendHead(void* connId);

@@ -6,6 +6,7 @@
 #include <cstring>
 
 #include "host/Gzip.h"
+#include "host/Metrics.h"
 #include "host/Request.h"
 #include "host/Server.h"
 
@@ -57,7 +58,7 @@ bool CbGetServerVariable(void* connId, int32_t var, char* buf, uint32_t* size) {
     if (ctx == nullptr || buf == nullptr || size == nullptr || var != WH_VAR_PEER_ADDRESS)
         return false;
     const char* forwarded = mg_get_header(ctx->conn, "X-Forwarded-For");
-    std::string peer = ClientAddress(*ctx->shared->config, ctx->ri->remote_addr,
+    std::string peer = ClientAddress(ctx->shared->config->trustedProxies, ctx->ri->remote_addr,
                                      forwarded != nullptr ? forwarded : "");
     if (peer.size() + 1 > *size)
         return false;
@@ -83,6 +84,8 @@ void FillRecord(RequestCtx& ctx, mg_connection* conn, HostShared* shared) {
 
     ctx.head.method = MethodNumber(ri->request_method);
     ctx.isHeadMethod = ctx.head.method == WH_METHOD_HEAD;
+    const char* acceptEncoding = nullptr;
+    const char* connection = nullptr;
     for (int i = 0; i < ri->num_headers; ++i) {
         const char* name = ri->http_headers[i].name;
         const char* value = ri->http_headers[i].value != nullptr ? ri->http_headers[i].value : "";
@@ -90,18 +93,25 @@ void FillRecord(RequestCtx& ctx, mg_connection* conn, HostShared* shared) {
             continue;
         // Names are kept exactly as received; a name sent twice keeps both values, joined as
         // HTTP joins list headers (cookies with "; ", which is how a Cookie header lists them).
-        bool cookie = mg_strcasecmp(name, "Cookie") == 0;
-        auto it = ctx.resp.headers.find(name);
-        if (it == ctx.resp.headers.end())
-            ctx.resp.headers.emplace(name, value);
-        else
-            it->second += (cookie ? "; " : ", ") + std::string(value);
-        if (cookie)
-            ctx.head.cookie += (ctx.head.cookie.empty() ? "" : "; ") + std::string(value);
-        else if (mg_strcasecmp(name, "Host") == 0 && ctx.head.host.empty())
-            ctx.head.host = value;
-        else if (mg_strcasecmp(name, "Referer") == 0 && ctx.head.referer.empty())
-            ctx.head.referer = value;
+        const bool cookie = mg_strcasecmp(name, "Cookie") == 0;
+        auto placed = ctx.resp.headers.try_emplace(name, value);
+        if (!placed.second)
+            placed.first->second.append(cookie ? "; " : ", ").append(value);
+        if (cookie) {
+            if (!ctx.head.cookie.empty())
+                ctx.head.cookie += "; ";
+            ctx.head.cookie += value;
+        } else if (mg_strcasecmp(name, "Host") == 0) {
+            if (ctx.head.host.empty())
+                ctx.head.host = value;
+        } else if (mg_strcasecmp(name, "Referer") == 0) {
+            if (ctx.head.referer.empty())
+                ctx.head.referer = value;
+        } else if (acceptEncoding == nullptr && mg_strcasecmp(name, "Accept-Encoding") == 0) {
+            acceptEncoding = value;
+        } else if (connection == nullptr && mg_strcasecmp(name, "Connection") == 0) {
+            connection = value;
+        }
     }
 
     // The path as the handlers route on it: decoded, cleaned of "..", without leading slashes.
@@ -111,8 +121,8 @@ void FillRecord(RequestCtx& ctx, mg_connection* conn, HostShared* shared) {
     ctx.url.SetPath(path);
     ctx.url.SetQueryString(ri->query_string != nullptr ? ri->query_string : "");
 
-    ctx.acceptsGzip = AcceptsGzip(mg_get_header(conn, "Accept-Encoding"));
-    const char* connection = mg_get_header(conn, "Connection");
+    ctx.secure = ri->is_ssl != 0;
+    ctx.acceptsGzip = AcceptsGzip(acceptEncoding);
     bool http11 = ri->http_version != nullptr && std::strcmp(ri->http_version, "1.1") == 0;
     ctx.http10 = !http11;
     // The same rule CivetWeb applies after the handler, so our Connection header tells the
@@ -183,6 +193,15 @@ int ConnectionOk(const st_wh_info* info) {
     if (ctx->broken || ctx->refused || ctx->chunkEnded || IsStopping())
         return 0;
     return 1;
+}
+
+}  // namespace wh
+
+namespace wh {
+
+void CountModuleRefusal(const st_wh_info* info, const char* reason) {
+    if (info != nullptr && reason != nullptr)
+        ProcessMetrics().CountRefusal(RefusalByName(reason));
 }
 
 }  // namespace wh

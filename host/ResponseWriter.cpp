@@ -6,6 +6,7 @@
 #include <ctime>
 
 #include "host/Gzip.h"
+#include "host/Metrics.h"
 #include "host/Request.h"
 #include "host/Server.h"
 
@@ -26,6 +27,18 @@ void AddHeader(std::string& out, const char* name, const std::string& value) {
     out += ": ";
     out += value;
     out += "\r\n";
+}
+
+// True when a Set-Cookie value carries the Secure attribute already.
+bool HasSecure(const std::string& cookie) {
+    for (size_t semi = cookie.find(';'); semi != std::string::npos;
+         semi = cookie.find(';', semi + 1)) {
+        size_t b = cookie.find_first_not_of(' ', semi + 1);
+        if (b != std::string::npos && mg_strncasecmp(cookie.c_str() + b, "secure", 6) == 0 &&
+            (b + 6 == cookie.size() || cookie[b + 6] == ';' || cookie[b + 6] == ' '))
+            return true;
+    }
+    return false;
 }
 
 // The Date header's text, formatted once per second per thread.
@@ -84,9 +97,17 @@ std::string BuildHead(RequestCtx& ctx, int status) {
     if (!r.location.empty())
         AddHeader(head, "Location", r.location);
     for (const auto& h : r.extraHeaders) {
-        if (!h.first.empty() && SafeHeaderText(h.first) && h.first.find(':') == std::string::npos)
+        if (h.first.empty() || !SafeHeaderText(h.first) || h.first.find(':') != std::string::npos)
+            continue;
+        // Over HTTPS every cookie - the library's token cookie too - stays on HTTPS.
+        if (ctx.secure && mg_strcasecmp(h.first.c_str(), "Set-Cookie") == 0 && !HasSecure(h.second))
+            AddHeader(head, h.first.c_str(), h.second + "; Secure");
+        else
             AddHeader(head, h.first.c_str(), h.second);
     }
+    head += ctx.shared->headerLines;
+    if (ctx.secure)
+        head += ctx.shared->hstsLine;
     // CivetWeb closes after a 401 whatever the client asked, so the head says so too.
     if (status == 401)
         ctx.keepAlive = false;
@@ -104,6 +125,7 @@ void FlushPendingHead(RequestCtx& ctx) {
 
 // An event stream beyond MaxEventStreams: the client is told to come back later.
 void RefuseStream(RequestCtx& ctx) {
+    ProcessMetrics().CountRefusal(kStreamLimit);
     ctx.refused = true;
     ctx.chunked = false;
     ctx.resp.transferEncoding.clear();
@@ -120,7 +142,8 @@ void SendSimple(RequestCtx& ctx, int status, const std::string& text, bool close
     ctx.resp.contentType = "text/plain;charset=UTF-8";
     ctx.resp.contentLength = static_cast<uint32_t>(text.size());
     ctx.resp.bodyEncoded = 0;
-    ctx.resp.location.clear();
+    if (status < 300 || status > 399)
+        ctx.resp.location.clear();
     ctx.resp.extraHeaders.clear();
     ctx.varyEncoding = false;
     std::string out = BuildHead(ctx, status);
@@ -174,6 +197,13 @@ void CbWriteBody(void* connId, const char* data, uint32_t length) {
         CbSendHead(connId);
     }
     ctx.bodyWritten += length;
+    // The library's refusals are small envelopes it sends as text/html.
+    if (data != nullptr && length < 4096 && !ctx.gzipped &&
+        ctx.resp.contentType.compare(0, 9, "text/html") == 0) {
+        Refusal reason = ClassifyEnvelope(data, length);
+        if (reason != kRefusalNone)
+            ProcessMetrics().CountRefusal(reason);
+    }
     if (ctx.isHeadMethod || data == nullptr) {
         FlushPendingHead(ctx);
         return;
@@ -236,14 +266,14 @@ const char* CbEncodeBody(void* connId, const char* data, uint32_t* length, int32
     ctx.varyEncoding = true;
     if (!ctx.acceptsGzip)
         return nullptr;  // "not encoded": the body goes out as it is
-    ctx.encoded.emplace_back();
-    if (!GzipCompress(data, *length, ctx.encoded.back())) {
+    ctx.encoded.push_back(std::make_unique<std::string>());
+    if (!GzipCompress(data, *length, *ctx.encoded.back())) {
         ctx.encoded.pop_back();
         return nullptr;
     }
     ctx.gzipped = true;
-    *length = static_cast<uint32_t>(ctx.encoded.back().size());
-    return ctx.encoded.back().data();
+    *length = static_cast<uint32_t>(ctx.encoded.back()->size());
+    return ctx.encoded.back()->data();
 }
 
 int FinishRequest(RequestCtx& ctx, int handlerResult) {

@@ -44,6 +44,8 @@ public:
     bool Start(std::string& error);
     // The port actually listened on (the chosen one when the configured port was 0).
     int Port() const { return m_nPort; }
+    // The plain port that redirects to HTTPS, or -1.
+    int RedirectPort() const { return m_nRedirectPort; }
     // Stops serving: wakes event-stream handlers (BeginStop) and waits for every worker.
     void Stop();
 
@@ -52,6 +54,8 @@ private:
     static int BeginRequest(mg_connection* conn);
     static void EndRequest(const mg_connection* conn, int status);
     static int LogMessage(const mg_connection* conn, const char* message);
+    static int InitSsl(void* sslCtx, void* userData);
+    void ServeMetrics(mg_connection* conn);
 
     const HostConfig& m_config;
     const Router& m_router;
@@ -59,9 +63,12 @@ private:
     HostShared m_shared;
     mg_context* m_ctx = nullptr;  // written by Start and Stop on the main thread only
     int m_nPort = 0;
+    int m_nRedirectPort = -1;
+    std::string m_strStaticHeaders;  // CivetWeb's additional_header for the files it serves
 
     std::mutex m_mutexMessages;  // guards m_strMessages and m_bStarting
     std::string m_strMessages;   // CivetWeb's messages while starting, for the error text
+    std::string m_strTlsError;   // why the TLS context could not be set up (guarded as above)
     bool m_bStarting = false;
 };
 

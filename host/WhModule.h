@@ -38,7 +38,7 @@
 
 #include "web/WhInfo.h"
 
-#define WH_MODULE_API_VERSION 1u
+#define WH_MODULE_API_VERSION 2u
 #define WH_MODULE_ENTRY "wh_module_register"
 #define WH_MODULE_EXPORT __attribute__((visibility("default")))
 
@@ -73,6 +73,11 @@ struct WhRegistry {
     int (*isConnectionOk)(const st_wh_info* info);
     // The host's own bookkeeping for this registry; modules leave it alone.
     void* hostData;
+    // Version 2 and later. Counts a refusal the module words itself on the host's monitoring
+    // page (/metrics, webharbour_refusals_total): "verify_code", "script_filter",
+    // "login_throttled", "login_failed"; any other name counts as "other". The library's own
+    // refusals (session time-out, CSRF) are counted by the host without the module's help.
+    void (*countRefusal)(const st_wh_info* info, const char* reason);
 };
 
 #ifdef __cplusplus

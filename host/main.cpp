@@ -1,31 +1,30 @@
 // webharbour: the web server process that loads libwebsession and the console's handler modules.
+// This program reads the settings, refuses root, prepares the folders the library writes and
+// folds standard output; then it loads lib/libwebharbour.so (host/Serve.cpp), which brings
+// libwebsession and serves. Nothing of the library runs before the folders are ready.
 //
 // Exit status: 0 after a clean stop (SIGTERM or SIGINT), 1 when handlers did not return within
-// 1.8 s of the stop signal, 2 for a bad command line or configuration, 3 when a handler module
-// cannot be loaded, 4 when the server cannot listen.
+// 1.8 s of the stop signal, 2 for a bad command line or configuration, for a start as root
+// without --allow-root, or for a folder the library writes that the serving user cannot write,
+// 3 when a handler module (or lib/libwebharbour.so) cannot be loaded, 4 when the server cannot
+// listen.
+#include <dlfcn.h>
 #include <signal.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
-#include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <string>
-#include <thread>
 #include <vector>
 
 #include "common/QvUtil.h"
-#include "host/AccessLog.h"
 #include "host/HostConfig.h"
-#include "host/Request.h"
-#include "host/Router.h"
-#include "host/Server.h"
+#include "host/OutputFold.h"
+#include "host/Prepare.h"
+#include "host/Serve.h"
 
 namespace {
-
-const int kStopGraceMs = 1800;  // the stop must be over within two seconds of the signal
-
-volatile sig_atomic_t g_nStopSignal = 0;  // set by the fallback handler
 
 // Runs before any shared library's initialiser: SIGTERM and SIGINT are blocked here, so every
 // thread - the library's maintenance thread started at load and CivetWeb's workers - inherits the
@@ -42,52 +41,17 @@ void BlockStopSignals(int, char**, char**) {
 __attribute__((section(".preinit_array"),
                used)) void (*const g_pBlockStopSignals)(int, char**, char**) = &BlockStopSignals;
 
-void OnStopSignal(int) {
-    g_nStopSignal = 1;
-}
-
-bool InstallSignals(std::string& error) {
-    sigset_t set;
-    sigemptyset(&set);
-    sigaddset(&set, SIGTERM);
-    sigaddset(&set, SIGINT);
-    // Blocked already (above); said again so the sanitizers' view of the mask agrees.
-    ::pthread_sigmask(SIG_BLOCK, &set, nullptr);
-    // Should a thread have been started with the signals open after all, the signal must still
-    // stop us cleanly rather than kill the process: the handler leaves a flag main looks at.
-    struct sigaction sa {};
-    sa.sa_handler = &OnStopSignal;
-    sigemptyset(&sa.sa_mask);
-    sa.sa_flags = SA_RESTART;
-    if (::sigaction(SIGTERM, &sa, nullptr) != 0 || ::sigaction(SIGINT, &sa, nullptr) != 0) {
-        error = "cannot install the signal handlers";
-        return false;
-    }
-    ::signal(SIGPIPE, SIG_IGN);  // a client gone mid-answer is a failed write, not our end
-    return true;
-}
-
-void WaitForStopSignal() {
-    sigset_t set;
-    sigemptyset(&set);
-    sigaddset(&set, SIGTERM);
-    sigaddset(&set, SIGINT);
-    const timespec tick{0, 100 * 1000 * 1000};
-    while (g_nStopSignal == 0) {
-        if (::sigtimedwait(&set, nullptr, &tick) > 0)
-            return;
-    }
-}
-
 int Fail(int status, const std::string& message) {
     std::fprintf(stderr, "webharbour: %s\n", message.c_str());
     std::fflush(stderr);
     return status;
 }
 
-}  // namespace
+void StopOutput() {
+    wh::StopOutputFold();
+}
 
-int main(int argc, char** argv) {
+int Run(int argc, char** argv) {
     std::vector<std::string> args(argv + 1, argv + argc);
     wh::CommandLine cmd;
     std::string error;
@@ -108,52 +72,31 @@ int main(int argc, char** argv) {
         return Fail(2, error);
     if (cmd.port >= 0)
         config.port = cmd.port;
-    if (!InstallSignals(error))
+    wh::SetOutputFoldSeconds(config.stdoutFoldSeconds);
+    // Before the library touches a file: not as root, and every folder it writes ready.
+    if (!wh::CheckUser(cmd.allowRoot || config.allowRoot, error) ||
+        !wh::PrepareFolders(wh::LibraryFolders(config), error))
         return Fail(2, error);
+    // Only now the library: RTLD_NOW, so a missing symbol fails here and not on a request.
+    const std::string core = install + "/lib/libwebharbour.so";
+    void* lib = ::dlopen(core.c_str(), RTLD_NOW | RTLD_LOCAL);
+    WhServeFn serve =
+        lib != nullptr ? reinterpret_cast<WhServeFn>(::dlsym(lib, WH_SERVE_ENTRY)) : nullptr;
+    if (serve == nullptr) {
+        const char* why = ::dlerror();
+        return Fail(3, "cannot load " + core + ": " + (why != nullptr ? why : "no entry point"));
+    }
+    const WhServeArgs serveArgs{&config, &StopOutput};
+    return serve(&serveArgs);
+}
 
-    wh::AccessLog log;
-    if (!log.Open(config.logDir, config.accessLog, error))
-        return Fail(2, error);
+}  // namespace
 
-    wh::Router router;
-    WhRegistry services{};
-    services.isStopping = &wh::IsStopping;
-    services.waitStopping = &wh::WaitStopping;
-    services.isConnectionOk = &wh::ConnectionOk;
-    if (!router.LoadModules(config, services, error))
-        return Fail(3, error);
-
-    wh::Server server(config, router, log);
-    if (!server.Start(error))
-        return Fail(4, error);
-    std::printf("webharbour: listening on port %d, serving %s\n", server.Port(),
-                config.docRoot.c_str());
-    std::fflush(stdout);
-
-    WaitForStopSignal();
-    std::printf("webharbour: stopping\n");
-    std::fflush(stdout);
-    // A handler that ignores the stop (blocked somewhere it cannot be woken) would hold mg_stop
-    // for ever: after the grace time the process ends without waiting for it.
-    std::thread watchdog([&log] {
-        if (wh::WaitStopped(kStopGraceMs))
-            return;
-        log.Flush(false);
-        std::fprintf(stderr,
-                     "webharbour: handlers still running %d ms after the stop; exiting without "
-                     "them\n",
-                     kStopGraceMs);
-        std::fflush(stderr);
-        std::_Exit(1);
-    });
-    server.Stop();
-    wh::EndStop();
-    watchdog.join();
-    log.Close();
-    std::printf("webharbour: stopped\n");
-    std::fflush(stdout);
-    std::fflush(stderr);
-    // The library's maintenance thread is detached and never ends; running the library's
-    // static destructors under it could crash the exit. Everything of ours is written out.
-    std::_Exit(0);
+int main(int argc, char** argv) {
+    // Lines printed before this (there are none of ours) are in the capture already; every
+    // line, the library's too, passes through the fold.
+    wh::StartOutputFold(60);
+    int status = Run(argc, argv);
+    wh::StopOutputFold();
+    return status;
 }

@@ -3,9 +3,16 @@
 # is empty, and runs webharbour in the foreground serving the console at
 # http://127.0.0.1:8121/ (stop it with Ctrl-C).
 #
+# webharbour never runs as root. Run by an ordinary user, the script serves the build's tree
+# (build/tree) as that user. Run as root, it installs the build into CONSOLE_PREFIX (default
+# /var/lib/webharbour-console; the build tree may lie where other users cannot reach, e.g. below
+# /root) and serves it as the dedicated user CONSOLE_USER (default webharbour, created when
+# missing), who owns the folders webharbour writes; the demo data lives in that tree.
+#
 # Environment: JOBS (build parallelism, default nproc); BUILD_DIR (default build); CONSOLE_PORT
-# (default: ListenPort of build/tree/webharbour/middle.ini, 8121); CONSOLE_DEMO_PASSWORD (the demo
-# administrator's password, default below; used only when the demo user is first created).
+# (default: ListenPort of the tree's webharbour/middle.ini, 8121); CONSOLE_DEMO_PASSWORD (the demo
+# administrator's password, default below; used only when the demo user is first created);
+# CONSOLE_USER and CONSOLE_PREFIX (root only, see above).
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
@@ -15,11 +22,31 @@ cmake -S . -B "$build" -G Ninja >/dev/null
 cmake --build "$build" -j "${JOBS:-$(nproc)}" --target webharbour bsctl console
 
 tree="$(cd "$build" && pwd)/tree"
-bsctl() { "$tree/bin/bsctl" "$@" 2>/dev/null; }
+as_user=()
+if [ "$(id -u)" = 0 ]; then
+  user="${CONSOLE_USER:-webharbour}"
+  if ! getent passwd "$user" >/dev/null; then
+    useradd --system --user-group --home-dir /nonexistent --no-create-home \
+      --shell /usr/sbin/nologin "$user"
+    echo "run-console: created the user '$user' to serve the console"
+  fi
+  tree="${CONSOLE_PREFIX:-/var/lib/webharbour-console}"
+  cmake --install "$build" --prefix "$tree" >/dev/null
+  chmod 755 "$tree"
+  mkdir -p "$tree/webharbour/hdoc/tmp" "$tree/middle/log" "$tree/middle/data"
+  chown -R "$user:" "$tree/webharbour/hdoc/tmp" "$tree/middle/log" "$tree/middle/data"
+  chmod 700 "$tree/webharbour/hdoc/tmp"
+  chmod 750 "$tree/middle/log" "$tree/middle/data"
+  as_user=(setpriv --reuid="$user" --regid="$(id -g "$user")" --init-groups)
+  echo "run-console: serving $tree as user '$user'"
+fi
+# Every program of the tree runs as the serving user, so the files it makes are that user's.
+run() { "${as_user[@]}" "$tree/bin/$@"; }
+bsctl() { run bsctl "$@" 2>/dev/null; }
 # A seeding step: quiet when it works, its own words and a stop when it does not.
 seed() {
   local out
-  if ! out="$("$tree/bin/$@" 2>&1)"; then
+  if ! out="$(run "$@" 2>&1)"; then
     echo "run-console: seeding failed: $*" >&2
     echo "$out" >&2
     exit 1
@@ -44,8 +71,8 @@ if ! bsctl login show admin >/dev/null; then
   echo "run-console: seeded the login name 'admin' of company 'demo'"
 fi
 demo_password_set=0
-if ! "$tree/bin/consoleuser" check admin "$password" >/dev/null 2>&1; then
-  if [ -z "$("$tree/bin/bsctl" tree show saas consoleuser admin 2>/dev/null)" ]; then
+if ! run consoleuser check admin "$password" >/dev/null 2>&1; then
+  if [ -z "$(bsctl tree show saas consoleuser admin)" ]; then
     seed consoleuser set admin "$password"
     demo_password_set=1
   fi
@@ -55,12 +82,12 @@ port="${CONSOLE_PORT:-$(sed -n 's/^ListenPort=\([0-9]*\).*/\1/p' "$tree/webharbo
 port="${port:-8121}"
 echo
 echo "  Console:   http://127.0.0.1:$port/"
-if [ "$demo_password_set" = 1 ] || "$tree/bin/consoleuser" check admin "$password" >/dev/null 2>&1; then
+if [ "$demo_password_set" = 1 ] || run consoleuser check admin "$password" >/dev/null 2>&1; then
   echo "  Log in as: admin / $password"
 else
   echo "  Log in as: admin (its password was changed from the demo one)"
 fi
-echo "  Events:    $build/tree/bin/eventgen --message 'disk almost full' --severity critical"
+echo "  Events:    ${as_user[*]:+${as_user[*]} }$tree/bin/eventgen --message 'disk almost full' --severity critical"
 echo "  Stop:      Ctrl-C"
 echo
-exec "$tree/bin/webharbour" --port "$port"
+exec "${as_user[@]}" "$tree/bin/webharbour" --port "$port"

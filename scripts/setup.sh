@@ -8,7 +8,7 @@ PACKAGES=(
   libgtest-dev libgmock-dev libbenchmark-dev
   libjsoncpp-dev uuid-dev libsqlite3-dev sqlite3 libssl-dev zlib1g-dev
   libcivetweb-dev libcrypt-dev libpq-dev postgresql
-  wrk chromium chromium-driver
+  wrk chromium chromium-driver curl openssl
 )
 
 missing=()

@@ -4,62 +4,188 @@
 #include <arpa/inet.h>
 #include <dirent.h>
 #include <fcntl.h>
+#include <grp.h>
 #include <netinet/in.h>
+#include <openssl/ssl.h>
 #include <poll.h>
+#include <pwd.h>
 #include <signal.h>
 #include <strings.h>
 #include <sys/socket.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <chrono>
 #include <cstdlib>
 #include <cstring>
+#include <fstream>
 #include <thread>
 
 namespace wh_test {
 
 namespace {
 
-void LinkDir(const std::string& from, const std::string& to) {
+const char* const kWritable[] = {"webharbour/hdoc/tmp", "middle/log", "middle/data"};
+
+// The file itself where the serving user may not reach the build tree: a hard link (the same
+// file system) or a copy.
+void PlaceFile(const std::string& from, const std::string& to) {
+    std::string real = from;
+    char buf[4096];
+    if (::realpath(from.c_str(), buf) != nullptr)
+        real = buf;
+    if (::link(real.c_str(), to.c_str()) == 0)
+        return;
+    std::ifstream in(real, std::ios::binary);
+    std::ofstream out(to, std::ios::binary | std::ios::trunc);
+    out << in.rdbuf();
+    ::chmod(to.c_str(), 0755);
+}
+
+void PlaceDir(const std::string& from, const std::string& to) {
     ws_test::MakeDirs(to);
     DIR* d = ::opendir(from.c_str());
     if (d == nullptr)
         return;
     while (dirent* e = ::readdir(d)) {
-        if (e->d_name[0] == '.')
-            continue;
-        std::string name = e->d_name;
-        int rc = ::symlink((from + "/" + name).c_str(), (to + "/" + name).c_str());
-        (void)rc;
+        if (e->d_name[0] != '.')
+            PlaceFile(from + "/" + e->d_name, to + "/" + e->d_name);
+    }
+    ::closedir(d);
+}
+
+// In the child before exec: the serving user's identity, for good.
+void DropPrivileges() {
+    const ServingUser& user = TestServingUser();
+    if (!user.drop)
+        return;
+    if (::setgroups(0, nullptr) != 0 || ::setgid(user.gid) != 0 || ::setuid(user.uid) != 0)
+        ::_exit(126);
+}
+
+void ChownTree(const std::string& path, unsigned uid, unsigned gid) {
+    if (::lchown(path.c_str(), uid, gid) != 0)
+        return;
+    DIR* d = ::opendir(path.c_str());
+    if (d == nullptr)
+        return;
+    while (dirent* e = ::readdir(d)) {
+        if (std::strcmp(e->d_name, ".") != 0 && std::strcmp(e->d_name, "..") != 0)
+            ChownTree(path + "/" + e->d_name, uid, gid);
     }
     ::closedir(d);
 }
 
 }  // namespace
 
+const ServingUser& TestServingUser() {
+    static const ServingUser user = [] {
+        ServingUser u;
+        if (::geteuid() != 0)
+            return u;
+        const char* name = std::getenv("WH_TEST_USER");
+        struct passwd* pw = ::getpwnam(name != nullptr && *name ? name : "nobody");
+        if (pw == nullptr || pw->pw_uid == 0)
+            return u;  // no such user: the processes run as root and webharbour refuses
+        u.drop = true;
+        u.uid = pw->pw_uid;
+        u.gid = pw->pw_gid;
+        return u;
+    }();
+    return user;
+}
+
 HostTree::HostTree() : m_tree("whhost") {
     const std::string build = WH_BUILD_TREE;
     ws_test::CopyExecutable(build + "/bin/webharbour", Path("bin/webharbour"));
-    LinkDir(build + "/lib", Path("lib"));
-    LinkDir(build + "/middle/lang", Path("middle/lang"));
-    int rc = ::symlink(WH_TEST_MODULE, Path("lib/libwh_test_module.so").c_str());
-    (void)rc;
+    PlaceDir(build + "/lib", Path("lib"));
+    PlaceDir(build + "/middle/lang", Path("middle/lang"));
+    PlaceFile(WH_TEST_MODULE, Path("lib/libwh_test_module.so"));
     ws_test::WriteFile(Path("webharbour/hdoc/index.html"), "<p>static index</p>\n");
     ws_test::WriteFile(Path("middle/Conf/middle.ini"),
                        "[main]\nloglevel=0\n[safe]\ntokeninterval=60\ncheckverifycode=0\n"
                        "checktoken=1\n");
     ws_test::WriteFile(Path("middle/Conf/dbconfig.ini"), "[main]\nListenPort=8123\n");
     WriteHostIni("");
+    ::chmod(Root().c_str(), 0755);  // mkdtemp made it 0700: the serving user must get in
+    for (const char* rel : kWritable)
+        GiveToServingUser(rel);
 }
 
 void HostTree::WriteHostIni(const std::string& mainLines, bool withTestModule,
-                            const std::string& moduleLines) {
+                            const std::string& moduleLines, const std::string& tailSections) {
     std::string text = "[main]\nListenPort=8121\n" + mainLines + "[modules]\n";
     if (withTestModule)
         text += "test=libwh_test_module.so /t\n";
-    text += moduleLines;
+    text += moduleLines + tailSections;
     ws_test::WriteFile(Path("webharbour/middle.ini"), text);
+}
+
+void HostTree::RemoveWritableFolders() {
+    for (const char* rel : kWritable)
+        ws_test::RemoveTree(Path(rel));
+    // The library's own token folder mode, as a library that ran before the host prepared
+    // anything would have left it.
+    ::mkdir(Path("webharbour/hdoc/tmp").c_str(), 0);
+    ::chmod(Path("webharbour/hdoc/tmp").c_str(), 070);
+    GiveToServingUser("webharbour/hdoc/tmp");
+    // The serving user may create folders beside the ones removed.
+    GiveToServingUser("middle");
+}
+
+void HostTree::GiveToServingUser(const std::string& rel) const {
+    const ServingUser& user = TestServingUser();
+    if (user.drop)
+        ChownTree(Path(rel), user.uid, user.gid);
+}
+
+bool HostTree::MakeCertificate() const {
+    ws_test::MakeDirs(Path("tls"));
+    int status = -1;
+    ws_test::RunAndCapture("/usr/bin/openssl",
+                           {"req", "-x509", "-newkey", "rsa:2048", "-nodes", "-days", "2", "-subj",
+                            "/CN=localhost", "-addext", "subjectAltName=DNS:localhost,IP:127.0.0.1",
+                            "-keyout", Path("tls/key.pem"), "-out", Path("tls/cert.pem")},
+                           &status);
+    ::chmod(Path("tls/key.pem").c_str(), 0644);
+    return status == 0;
+}
+
+std::string RunAsServingUser(const std::string& exe, const std::vector<std::string>& args,
+                             int* status) {
+    int fds[2];
+    if (::pipe(fds) != 0) {
+        if (status != nullptr)
+            *status = -1;
+        return "";
+    }
+    pid_t pid = ::fork();
+    if (pid == 0) {
+        ::dup2(fds[1], 1);
+        ::close(fds[0]);
+        ::close(fds[1]);
+        DropPrivileges();
+        std::vector<char*> argv;
+        argv.push_back(const_cast<char*>(exe.c_str()));
+        for (const auto& a : args)
+            argv.push_back(const_cast<char*>(a.c_str()));
+        argv.push_back(nullptr);
+        ::execv(exe.c_str(), argv.data());
+        ::_exit(127);
+    }
+    ::close(fds[1]);
+    std::string out;
+    char buf[4096];
+    ssize_t n;
+    while ((n = ::read(fds[0], buf, sizeof(buf))) > 0)
+        out.append(buf, static_cast<size_t>(n));
+    ::close(fds[0]);
+    int st = 0;
+    ::waitpid(pid, &st, 0);
+    if (status != nullptr)
+        *status = WIFEXITED(st) ? WEXITSTATUS(st) : -1;
+    return out;
 }
 
 HostProcess::~HostProcess() {
@@ -86,6 +212,7 @@ bool HostProcess::Start(std::vector<std::string> args) {
         int e = ::open(err.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
         ::dup2(o, 1);
         ::dup2(e, 2);
+        DropPrivileges();
         std::vector<char*> argv;
         argv.push_back(const_cast<char*>(exe.c_str()));
         for (std::string& a : args)
@@ -140,6 +267,16 @@ int HostProcess::Terminate(double seconds) {
 std::string HostProcess::Stdout() const {
     return ws_test::ReadFile(m_tree.Path("stdout.txt"));
 }
+bool HostProcess::WaitForOutput(const std::string& text, double seconds) const {
+    auto deadline = std::chrono::steady_clock::now() + std::chrono::duration<double>(seconds);
+    while (Stdout().find(text) == std::string::npos) {
+        if (std::chrono::steady_clock::now() >= deadline)
+            return false;
+        std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    }
+    return true;
+}
+
 std::string HostProcess::Stderr() const {
     return ws_test::ReadFile(m_tree.Path("stderr.txt"));
 }
@@ -159,7 +296,7 @@ int HttpResponse::Count(const std::string& name) const {
     return n;
 }
 
-HttpConn::HttpConn(int port) : m_nPort(port) {
+HttpConn::HttpConn(int port, bool tls, int maxTlsVersion) : m_nPort(port) {
     m_nFd = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
     sockaddr_in addr{};
     addr.sin_family = AF_INET;
@@ -172,22 +309,55 @@ HttpConn::HttpConn(int port) : m_nPort(port) {
     }
     timeval tv{5, 0};
     ::setsockopt(m_nFd, SOL_SOCKET, SO_RCVTIMEO, &tv, sizeof(tv));
+    if (!tls)
+        return;
+    static SSL_CTX* ctx = SSL_CTX_new(TLS_client_method());  // shared by every connection
+    SSL* ssl = SSL_new(ctx);
+    if (maxTlsVersion != 0) {
+        SSL_set_min_proto_version(ssl, TLS1_VERSION);
+        SSL_set_max_proto_version(ssl, maxTlsVersion);
+        SSL_set_security_level(ssl, 0);  // OpenSSL's own floor would refuse before the server
+    }
+    SSL_set_fd(ssl, m_nFd);
+    SSL_set_tlsext_host_name(ssl, "localhost");
+    m_pSsl = ssl;
+    if (SSL_connect(ssl) != 1) {
+        SSL_free(ssl);
+        m_pSsl = nullptr;
+        ::close(m_nFd);
+        m_nFd = -1;
+    }
 }
 
 HttpConn::~HttpConn() {
+    if (m_pSsl != nullptr)
+        SSL_free(static_cast<SSL*>(m_pSsl));
     if (m_nFd >= 0)
         ::close(m_nFd);
 }
 
+std::string HttpConn::TlsVersion() const {
+    return m_pSsl != nullptr ? SSL_get_version(static_cast<SSL*>(m_pSsl)) : "";
+}
+
+long HttpConn::Recv(char* buf, size_t size) {
+    if (m_pSsl != nullptr)
+        return SSL_read(static_cast<SSL*>(m_pSsl), buf, static_cast<int>(size));
+    return ::recv(m_nFd, buf, size, 0);
+}
+
 bool HttpConn::Send(const std::string& bytes) {
     size_t done = 0;
-    while (done < bytes.size()) {
-        ssize_t n = ::send(m_nFd, bytes.data() + done, bytes.size() - done, MSG_NOSIGNAL);
+    while (m_nFd >= 0 && done < bytes.size()) {
+        ssize_t n = m_pSsl != nullptr
+                        ? SSL_write(static_cast<SSL*>(m_pSsl), bytes.data() + done,
+                                    static_cast<int>(bytes.size() - done))
+                        : ::send(m_nFd, bytes.data() + done, bytes.size() - done, MSG_NOSIGNAL);
         if (n <= 0)
             return false;
         done += static_cast<size_t>(n);
     }
-    return true;
+    return m_nFd >= 0;
 }
 
 bool HttpConn::Get(const std::string& target, const std::string& extra) {
@@ -197,7 +367,7 @@ bool HttpConn::Get(const std::string& target, const std::string& extra) {
 
 bool HttpConn::Fill() {
     char buf[16384];
-    ssize_t n = ::recv(m_nFd, buf, sizeof(buf), 0);
+    long n = m_nFd < 0 ? -1 : Recv(buf, sizeof(buf));
     if (n <= 0)
         return false;
     m_strBuf.append(buf, static_cast<size_t>(n));
@@ -307,15 +477,15 @@ bool HttpConn::ClosedByPeer(int ms) {
         if (::poll(&p, 1, static_cast<int>(left)) <= 0)
             return false;
         char buf[4096];
-        ssize_t n = ::recv(m_nFd, buf, sizeof(buf), 0);
+        long n = Recv(buf, sizeof(buf));
         if (n <= 0)
             return true;  // orderly close, or reset
         m_strBuf.append(buf, static_cast<size_t>(n));
     }
 }
 
-HttpResponse Fetch(int port, const std::string& target, const std::string& extra) {
-    HttpConn conn(port);
+HttpResponse Fetch(int port, const std::string& target, const std::string& extra, bool tls) {
+    HttpConn conn(port, tls);
     HttpResponse r;
     if (conn.Get(target, extra))
         conn.Read(r);

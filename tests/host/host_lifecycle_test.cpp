@@ -1,8 +1,10 @@
-// webharbour's limits and life: the body cap, the event-stream bound, the stop with streams
-// open, and the refusals to start (port taken, module that does not load, bad configuration).
+// webharbour's limits and life: a fresh tree served as an unprivileged user, the body cap, the
+// event-stream bound, the stop with streams open, and the refusals to start (root, a folder it
+// cannot write, port taken, module that does not load, bad configuration).
 #include <arpa/inet.h>
 #include <netinet/in.h>
 #include <sys/socket.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <gtest/gtest.h>
@@ -34,6 +36,67 @@ protected:
     }
     std::string EchoCount() { return wh_test::Fetch(host.Port(), "/t/echocount").body; }
 };
+
+// The library makes its token folder with mode 070, which its owner cannot write: webharbour
+// prepares the folders first, so a log-in and a request with its CSRF token pass.
+TEST_F(HostLifecycleTest, FreshTreeServesLogInsAsAnUnprivilegedUser) {
+    tree.RemoveWritableFolders();
+    ASSERT_TRUE(host.Start()) << host.Stderr();
+    ASSERT_TRUE(host.WaitForOutput("Session End InitData", 10));
+    HttpResponse login = wh_test::Fetch(host.Port(), "/t/login");
+    std::string cookies;
+    for (const auto& h : login.headers)
+        cookies += (cookies.empty() ? "" : "; ") + h.second.substr(0, h.second.find(';'));
+    HttpResponse r = wh_test::Fetch(host.Port(), "/t/guarded?x=1",
+                                    "Cookie: " + cookies + "\r\nReferer: http://127.0.0.1:" +
+                                        std::to_string(host.Port()) + "/p\r\n");
+    EXPECT_NE(std::string::npos, r.body.find("\"status\" : \"success\"")) << r.body;
+    const unsigned uid =
+        wh_test::TestServingUser().drop ? wh_test::TestServingUser().uid : ::geteuid();
+    EXPECT_NE(0u, uid) << "the host ran as root";
+    const struct {
+        const char* folder;
+        unsigned mode;
+    } kFolders[] = {{"webharbour/hdoc/tmp", 0700}, {"middle/log", 0750}, {"middle/data", 0750}};
+    for (const auto& k : kFolders) {
+        struct stat st {};
+        ASSERT_EQ(0, ::stat(tree.Path(k.folder).c_str(), &st)) << k.folder;
+        EXPECT_EQ(k.mode, st.st_mode & 07777) << k.folder;
+        EXPECT_EQ(uid, st.st_uid) << k.folder;
+    }
+    EXPECT_EQ(0, host.Terminate(5)) << host.Stderr();
+}
+
+TEST_F(HostLifecycleTest, RefusesRootAndFoldersItCannotWrite) {
+    if (::geteuid() == 0) {
+        // Started as root by hand (the fixture would drop to the serving user).
+        const std::string out = ws_test::RunAndCapture(
+            "/bin/sh", {"-c", tree.Path("bin/webharbour") + " --port 0 2>&1; echo status=$?"});
+        EXPECT_NE(std::string::npos, out.find("refusing to run as root")) << out;
+        EXPECT_NE(std::string::npos, out.find("status=2")) << out;
+        EXPECT_EQ(std::string::npos, out.find("Session_InitData")) << "the library never loaded";
+        if (wh_test::TestServingUser().drop) {
+            ::chown(tree.Path("middle/log").c_str(), 0, 0);
+            wh_test::HostProcess p(tree);
+            EXPECT_FALSE(p.Start());
+            EXPECT_EQ(2, p.WaitExit(10));
+            EXPECT_NE(std::string::npos, p.Stderr().find("middle/log (the log files) is not "
+                                                         "writable by user"))
+                << p.Stderr();
+            tree.GiveToServingUser("middle/log");
+        }
+    }
+    ws_test::RemoveTree(tree.Path("middle/data"));
+    ws_test::WriteFile(tree.Path("middle/data"), "not a folder");
+    wh_test::HostProcess p(tree);
+    EXPECT_FALSE(p.Start());
+    EXPECT_EQ(2, p.WaitExit(10));
+    EXPECT_NE(std::string::npos, p.Stderr().find("middle/data (the embedded database's files) is "
+                                                 "not a folder"))
+        << p.Stderr();
+    // The library (which prints this line when it loads) never ran in a tree it could not use.
+    EXPECT_EQ(std::string::npos, p.Stdout().find("Session_InitData")) << p.Stdout();
+}
 
 TEST_F(HostLifecycleTest, BodyOverTheCapGets413AndNeverReachesTheHandler) {
     tree.WriteHostIni("MaxBodyBytes=1024\n");

@@ -63,7 +63,8 @@ function applyTexts() {
 // The language switch: the cookie is read by the server too, so its messages follow.
 function toggleLang() {
   const next = currentLang() === 'en' ? 'zh' : 'en';
-  document.cookie = 'qv_lan=' + next + '; path=/; max-age=31536000; SameSite=Strict';
+  const secure = location.protocol === 'https:' ? '; Secure' : '';
+  document.cookie = 'qv_lan=' + next + '; path=/; max-age=31536000; SameSite=Strict' + secure;
   applyTexts();
   document.dispatchEvent(new Event('langchange'));
 }
