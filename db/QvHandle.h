@@ -11,6 +11,7 @@
 #include "common/Export.h"
 #include "db/DBServer.h"
 #include "db/QvHandlePool.h"
+#include "db/QvHandleTxn.h"
 
 // Use: create a locator on the stack, allocate one handle (Treedb_Alloc, Tabledb_Alloc or
 // MQdb_Alloc), call the operations, and let the destructor roll back an open transaction and
@@ -27,7 +28,7 @@ public:
 
     typedef std::map<std::string, tarn::VariableData> PropMap;
 
-    // ---- allocation (QvHandleAlloc.cpp)
+    // ---- allocation and hand-back (QvHandleAlloc.cpp)
     bool AllocHandleFromPool(CDBServer& server, int kind);
     // One successful tree allocation per locator (later calls return 1). Port 0 means 8123.
     // Negative flags: 0x80080 for the tree "ccubase", 0x80000 for any other tree.
@@ -61,6 +62,9 @@ public:
     int MQdb_Alloc(std::string address, std::string queueName, std::string secondName, int mode = 3,
                    int flags = 0, int port = 8123);
 
+    void FreeHandle();
+
+    // ---- transactions, replacement and accessors (QvHandleLoc.cpp)
     int Treedb_BeginTransaction();
     int Treedb_CommitTransaction();
     int Treedb_RollbackTransaction();
@@ -69,7 +73,6 @@ public:
     int Tabledb_RollbackTransaction();
     int RollbackTransaction();  // by the held kind
 
-    void FreeHandle();
     int GetAllHandleSize();  // -1 without a server pool
     int ReplaceHandle();
 
@@ -189,5 +192,5 @@ private:
     CHandlePool* m_pHandlePool;        // holds one reference
     CServerHandlePool* m_pServerPool;  // holds one reference
     int m_nKind;                       // 0 tree, 1 table, 2 queue, -1 none
-    int m_nInTransaction;              // 0 or 1
+    CQvTxn m_txn;                      // this locator's open transaction, if any
 };

@@ -1,5 +1,6 @@
-// CQvHandleLoc: allocation from the pools, the tree open with its default flags, retries and
-// permanent codes, the liveness probe, reopening by names, and the table and queue allocations.
+// CQvHandleLoc: allocation from the pools and the hand-back, the tree open with its default
+// flags, retries and permanent codes, the liveness probe, reopening by names, and the table and
+// queue allocations. Calls go down only: into the pools and the transaction piece (CQvTxn).
 #include <cstdio>
 
 #include "common/DebugLog.h"
@@ -32,8 +33,7 @@ CQvHandleLoc::CQvHandleLoc()
       m_pHandle(nullptr),
       m_pHandlePool(nullptr),
       m_pServerPool(nullptr),
-      m_nKind(-1),
-      m_nInTransaction(0) {}
+      m_nKind(-1) {}
 
 CQvHandleLoc::~CQvHandleLoc() {
     FreeHandle();
@@ -43,15 +43,30 @@ void CQvHandleLoc::ReturnHandle() {
     if (m_pHandle == nullptr)
         return;
     // A handle never goes back to the pool with this locator's transaction still open.
-    if (m_nInTransaction != 0 && RollbackTransaction() != 0)
-        m_pHandle->CloseHandle();
-    m_nInTransaction = 0;
+    m_txn.EndBeforeHandBack(m_pHandle, m_nKind, false);
     if (m_pHandlePool != nullptr) {
         m_pHandlePool->Free(m_pHandle);
     } else {
         delete m_pHandle;
     }
     m_pHandle = nullptr;
+    m_nKind = -1;
+}
+
+void CQvHandleLoc::FreeHandle() {
+    m_txn.EndBeforeHandBack(m_pHandle, m_nKind, true);
+    if (m_pHandle != nullptr) {
+        if (m_pHandlePool != nullptr) {
+            m_pHandlePool->Free(m_pHandle);
+        } else {
+            delete m_pHandle;
+        }
+    }
+    CDealHandleObj::DeleteHandleObj(m_pHandlePool);
+    CDealHandleObj::DeleteHandleObj(m_pServerPool);
+    m_pHandle = nullptr;
+    m_pHandlePool = nullptr;
+    m_pServerPool = nullptr;
     m_nKind = -1;
 }
 
@@ -108,7 +123,7 @@ int CQvHandleLoc::Treedb_AllocEx(std::string address, std::string treeName, std:
     if (hd->GetId() == 0 && !hd->IsOpen())
         std::printf("-%d--Ddddd", hd->GetId());
     if (hd->IsOpen()) {
-        int rc = RollbackTransaction();
+        int rc = m_txn.Rollback(hd, CQvTxn::kTree);
         if (rc != 0) {
             std::printf("Alloc的时候事务回滚失败，错误码: %d\n", rc);
             hd->CloseHandle();

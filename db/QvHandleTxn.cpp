@@ -1,8 +1,10 @@
-// CQvHandleLoc: transactions and the rollback at hand-back, FreeHandle, GetAllHandleSize,
-// ReplaceHandle and the small accessors.
+// CQvTxn: begin, commit and roll back on a borrowed tree or table handle, and the rollback that
+// every hand-back makes.
+#include "db/QvHandleTxn.h"
+
 #include <cstdio>
 
-#include "db/QvHandle.h"
+#include "bsapi/bsapi.h"
 
 namespace {
 
@@ -13,192 +15,54 @@ bool EndsTransaction(int rc) {
 
 }  // namespace
 
-int CQvHandleLoc::Treedb_BeginTransaction() {
-    if (m_pHandle == nullptr)
+int CQvTxn::Begin(CConfHandle* handle, int kind) {
+    if (handle == nullptr || (kind != kTree && kind != kTable))
         return 1;
-    int rc = bs_treedb_begin_transaction(m_pHandle->GetHandle());
-    m_nInTransaction = rc == 0 ? 1 : 0;
+    void*& h = handle->GetHandle();
+    int rc = kind == kTree ? bs_treedb_begin_transaction(h) : bs_tabledb_begin_transaction(h);
+    m_bOpen = rc == 0;
     return rc;
 }
 
-int CQvHandleLoc::Treedb_CommitTransaction() {
-    if (m_pHandle == nullptr)
+int CQvTxn::Commit(CConfHandle* handle, int kind) {
+    if (handle == nullptr || (kind != kTree && kind != kTable))
         return 1;
-    if (m_nInTransaction == 0)
+    if (!m_bOpen)
         return 0;
-    int rc = bs_treedb_commit_transaction(m_pHandle->GetHandle());
+    void*& h = handle->GetHandle();
+    int rc = kind == kTree ? bs_treedb_commit_transaction(h) : bs_tabledb_commit_transaction(h);
     if (!EndsTransaction(rc))
         return rc;  // still open: rolled back at hand-back
-    m_nInTransaction = 0;
+    m_bOpen = false;
     return 0;
 }
 
-int CQvHandleLoc::Treedb_RollbackTransaction() {
-    if (m_pHandle == nullptr)
-        return 1;
-    if (m_nInTransaction == 0)
+int CQvTxn::Rollback(CConfHandle* handle, int kind) {
+    if (kind == kQueue) {  // queues have no transactions
+        m_bOpen = false;
         return 0;
-    int rc = bs_treedb_rollback_transaction(m_pHandle->GetHandle());
+    }
+    if (handle == nullptr || (kind != kTree && kind != kTable))
+        return 1;
+    if (!m_bOpen)
+        return 0;
+    void*& h = handle->GetHandle();
+    int rc = kind == kTree ? bs_treedb_rollback_transaction(h) : bs_tabledb_rollback_transaction(h);
     if (!EndsTransaction(rc))
         return rc;
-    m_nInTransaction = 0;
+    m_bOpen = false;
     return 0;
 }
 
-int CQvHandleLoc::Tabledb_BeginTransaction() {
-    if (m_pHandle == nullptr)
-        return 1;
-    int rc = bs_tabledb_begin_transaction(m_pHandle->GetHandle());
-    m_nInTransaction = rc == 0 ? 1 : 0;
-    return rc;
-}
-
-int CQvHandleLoc::Tabledb_CommitTransaction() {
-    if (m_pHandle == nullptr)
-        return 1;
-    if (m_nInTransaction == 0)
-        return 0;
-    int rc = bs_tabledb_commit_transaction(m_pHandle->GetHandle());
-    if (!EndsTransaction(rc))
-        return rc;
-    m_nInTransaction = 0;
-    return 0;
-}
-
-int CQvHandleLoc::Tabledb_RollbackTransaction() {
-    if (m_pHandle == nullptr)
-        return 1;
-    if (m_nInTransaction == 0)
-        return 0;
-    int rc = bs_tabledb_rollback_transaction(m_pHandle->GetHandle());
-    if (!EndsTransaction(rc))
-        return rc;
-    m_nInTransaction = 0;
-    return 0;
-}
-
-int CQvHandleLoc::RollbackTransaction() {
-    switch (m_nKind) {
-        case 0:
-            return Treedb_RollbackTransaction();
-        case 1:
-            return Tabledb_RollbackTransaction();
-        case 2:
-            m_nInTransaction = 0;
-            return 0;
-        default:
-            return 1;
-    }
-}
-
-void CQvHandleLoc::FreeHandle() {
-    if (m_nInTransaction != 0 && m_pHandle != nullptr) {
-        int rc = 0;
-        if (m_nKind == 0) {
-            rc = bs_treedb_rollback_transaction(m_pHandle->GetHandle());
-        } else if (m_nKind == 1) {
-            rc = bs_tabledb_rollback_transaction(m_pHandle->GetHandle());
-        }
-        if (!EndsTransaction(rc)) {
-            std::printf("事务回滚失败，错误码: %d\n", rc);
-            // The transaction must not reach the next borrower: drop the connection, which
-            // ends it, and let the next borrower open a clean one.
-            m_pHandle->CloseHandle();
-        }
-    }
-    m_nInTransaction = 0;
-    if (m_pHandle != nullptr) {
-        if (m_pHandlePool != nullptr) {
-            m_pHandlePool->Free(m_pHandle);
-        } else {
-            delete m_pHandle;
-        }
-    }
-    CDealHandleObj::DeleteHandleObj(m_pHandlePool);
-    CDealHandleObj::DeleteHandleObj(m_pServerPool);
-    m_pHandle = nullptr;
-    m_pHandlePool = nullptr;
-    m_pServerPool = nullptr;
-    m_nKind = -1;
-}
-
-int CQvHandleLoc::GetAllHandleSize() {
-    if (m_pServerPool == nullptr)
-        return -1;
-    int total = 0;
-    for (int kind : {1, 2, 0}) {
-        CHandlePool* pool = m_pServerPool->GetHandlePool(kind);
-        total += pool->FreeHandleSize();
-        // Dropping the accessor's reference never destroys a member pool: the server pool keeps
-        // a standing one.
-        CDealHandleObj::DeleteHandleObj(pool);
-    }
-    return total;
-}
-
-int CQvHandleLoc::ReplaceHandle() {
-    std::printf("Replace handle ........\n");
-    if (m_pHandle == nullptr || m_pServerPool == nullptr)
-        return 1;
-    // The transaction, if any, ends with the connection that is closed here.
-    const std::string address = m_pServerPool->GetServer().m_strAddress;
-    void*& h = m_pHandle->GetHandle();
-    if (m_nKind == 1) {
-        std::string a, b, c, reported;
-        unsigned int mode = 0, option = 0;
-        unsigned short port = 0;
-        int rc = bs_tabledb_qurey_handle(h, a, b, c, mode, option, reported, port);
-        if (rc != 0)
-            return rc;
-        m_pHandle->CloseHandle();
-        m_nInTransaction = 0;
-        return Tabledb_Alloc(reported, a, b, c, port, static_cast<int>(mode),
-                             static_cast<int>(option));
-    }
-    if (m_nKind == 2) {
-        CMQHd* hd = static_cast<CMQHd*>(m_pHandle);
-        std::string queue = hd->m_strMQName, second = hd->m_strSecondName;
-        int mode = hd->m_nMode < 0 ? 3 : hd->m_nMode;
-        int flags = hd->m_nFlags < 0 ? 0 : hd->m_nFlags;
-        int port = m_pServerPool->GetServer().m_nPort;
-        hd->CloseHandle();
-        m_nInTransaction = 0;
-        return MQdb_Alloc(address, queue, second, mode, flags, port);
-    }
-    if (m_nKind == 0) {
-        std::string tree = m_strTreeName, main = m_strMainKey, key, sub;
-        unsigned int flags = 0, port = 0;
-        int rc = bs_treedb_query_handle(h, tree, main, key, flags, sub, port);
+void CQvTxn::EndBeforeHandBack(CConfHandle* handle, int kind, bool report) {
+    if (m_bOpen && handle != nullptr) {
+        int rc = Rollback(handle, kind);
         if (rc != 0) {
-            // Not open: rebuild from the names this locator keeps, on the main key.
-            tree = m_strTreeName;
-            main = m_strMainKey;
-            key = m_strKeyName;
-            sub.clear();
-            flags = static_cast<unsigned int>(static_cast<CTreedbHd*>(m_pHandle)->m_nOpFlag);
-            port = static_cast<unsigned int>(m_pServerPool->GetServer().m_nPort);
+            if (report)
+                std::printf("事务回滚失败，错误码: %d\n", rc);
+            // Dropping the connection ends the transaction; the next borrower opens a clean one.
+            handle->CloseHandle();
         }
-        m_pHandle->CloseHandle();
-        m_nInTransaction = 0;
-        // A locator serves one plain Treedb_Alloc in its life; the replacement is the one case
-        // where it allocates again, so it goes through the reallocating form.
-        rc = Treedb_AllocEx(address, tree, main, key, "", static_cast<int>(flags),
-                            static_cast<int>(port), false, false, true, BS_INSERT_ACCEPT_EXISTING);
-        if (rc != 0 || sub.empty())
-            return rc;
-        return Treedb_ReopenSubKey(sub, -1);
     }
-    return 1;
-}
-
-int CQvHandleLoc::OpFlag() const {
-    if (m_pHandle == nullptr || m_nKind != 0)
-        return 0x80000;
-    return static_cast<const CTreedbHd*>(m_pHandle)->m_nOpFlag;
-}
-
-std::string CQvHandleLoc::CCUFile() const {
-    if (m_pHandlePool != nullptr && m_nKind == 0)
-        return m_strTreeName;
-    return std::string();
+    m_bOpen = false;
 }
