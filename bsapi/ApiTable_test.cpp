@@ -62,6 +62,12 @@ protected:
         EXPECT_EQ(bs_close_handle(cursor), BS_OK);
         return out;
     }
+    int Update(std::list<std::string> fields, std::list<VariableData> values, const char* field,
+               const VariableData& from, unsigned char mode, unsigned char kind,
+               unsigned int& changed) {
+        return bs_tabledb_update_record_by_field(m_h, "log", fields, values, field, &from, nullptr,
+                                                 mode, kind, changed);
+    }
     std::vector<bs_record> Select(const char* field, const VariableData* from,
                                   const VariableData* to, unsigned char mode, unsigned char kind,
                                   unsigned int* count = nullptr) {
@@ -252,21 +258,22 @@ TEST_P(TableTest, SelectionsByFieldTimeAndIdWalkEveryPage) {
     EXPECT_EQ(Select("level", &level, nullptr, BS_CMP_EQUAL, BS_SEL_FIELD).size(), 1u);
     void* cursor = BS_INVALID_HANDLE;
     VariableData bad("x");
-    EXPECT_EQ(
-        bs_tabledb_get_record_by_field(m_h, "log", "level", &bad, nullptr, 3, 0, count, cursor),
-        BS_ERR_TYPE);
-    EXPECT_EQ(
-        bs_tabledb_get_record_by_field(m_h, "log", "nofield", &odd, nullptr, 3, 0, count, cursor),
-        BS_ERR_NO_FIELD);
-    EXPECT_EQ(
-        bs_tabledb_get_record_by_field(m_h, "log", "name", &odd, nullptr, 5, 0, count, cursor),
-        BS_ERR_BAD_ARG);
-    EXPECT_EQ(
-        bs_tabledb_get_record_by_field(m_h, "log", "name", &odd, nullptr, 3, 7, count, cursor),
-        BS_ERR_BAD_ARG);
-    EXPECT_EQ(
-        bs_tabledb_get_record_by_field(m_h, "log", "name", nullptr, nullptr, 3, 0, count, cursor),
-        BS_ERR_BAD_ARG);
+    const struct {
+        const char* field;
+        const VariableData* from;
+        unsigned char mode, kind;
+        int code;
+    } refused[] = {{"level", &bad, 3, 0, BS_ERR_TYPE},
+                   {"nofield", &odd, 3, 0, BS_ERR_NO_FIELD},
+                   {"name", &odd, 5, 0, BS_ERR_BAD_ARG},
+                   {"name", &odd, 3, 7, BS_ERR_BAD_ARG},
+                   {"name", nullptr, 3, 0, BS_ERR_BAD_ARG}};
+    for (const auto& r : refused) {
+        EXPECT_EQ(bs_tabledb_get_record_by_field(m_h, "log", r.field, r.from, nullptr, r.mode,
+                                                 r.kind, count, cursor),
+                  r.code)
+            << r.field;
+    }
     EXPECT_EQ(cursor, BS_INVALID_HANDLE);
     int signedCount = -1;
     ASSERT_EQ(bs_tabledb_get_record(m_h, "log", signedCount, cursor), BS_OK);
@@ -281,25 +288,21 @@ TEST_P(TableTest, UpdateAndDeleteByFieldTimeAndId) {
     for (int i = 0; i < 20; ++i)
         ids.push_back(Insert(i < 10 ? "a" : "b", i, 100 + i));
     unsigned int changed = 0;
-    VariableData a("a");
-    ASSERT_EQ(bs_tabledb_update_record_by_field(m_h, "log", {"level"}, {VariableData(99)}, "name",
-                                                &a, nullptr, BS_CMP_EQUAL, BS_SEL_FIELD, changed),
+    ASSERT_EQ(Update({"level"}, {VariableData(99)}, "name", VariableData("a"), BS_CMP_EQUAL,
+                     BS_SEL_FIELD, changed),
               BS_OK);
     EXPECT_EQ(changed, 10u);
-    VariableData t = Time(115);
-    ASSERT_EQ(bs_tabledb_update_record_by_field(m_h, "log", {"name", "ratio"},
-                                                {VariableData("late"), VariableData(2.5)}, nullptr,
-                                                &t, nullptr, BS_CMP_GREATER, BS_SEL_CTIME, changed),
+    ASSERT_EQ(Update({"name", "ratio"}, {VariableData("late"), VariableData(2.5)}, nullptr,
+                     Time(115), BS_CMP_GREATER, BS_SEL_CTIME, changed),
               BS_OK);
     EXPECT_EQ(changed, 4u);
     VariableData id(static_cast<long long>(ids[0]));
-    EXPECT_EQ(bs_tabledb_update_record_by_field(m_h, "log", {"nofield"}, {VariableData(1)}, nullptr,
-                                                &id, nullptr, BS_CMP_EQUAL, BS_SEL_AUTOID, changed),
-              BS_ERR_NO_FIELD);
     EXPECT_EQ(
-        bs_tabledb_update_record_by_field(m_h, "log", {"level", "name"}, {VariableData(1)}, nullptr,
-                                          &id, nullptr, BS_CMP_EQUAL, BS_SEL_AUTOID, changed),
-        BS_ERR_BAD_ARG);
+        Update({"nofield"}, {VariableData(1)}, nullptr, id, BS_CMP_EQUAL, BS_SEL_AUTOID, changed),
+        BS_ERR_NO_FIELD);
+    EXPECT_EQ(Update({"level", "name"}, {VariableData(1)}, nullptr, id, BS_CMP_EQUAL, BS_SEL_AUTOID,
+                     changed),
+              BS_ERR_BAD_ARG);
     VariableData late("late"), n99(99);
     EXPECT_EQ(Select("level", &n99, nullptr, BS_CMP_EQUAL, BS_SEL_FIELD).size(), 10u);
     EXPECT_EQ(Select("name", &late, nullptr, BS_CMP_EQUAL, BS_SEL_FIELD).size(), 4u);
@@ -325,6 +328,75 @@ TEST_P(TableTest, UpdateAndDeleteByFieldTimeAndId) {
     EXPECT_EQ(deleted, 14u);
     ASSERT_EQ(bs_get_tables_last_rd(m_h, {"log"}, 2, last), BS_OK);
     EXPECT_TRUE(last.empty());
+}
+
+// A text enters an integer field only when the whole of it is a decimal number that fits, and a
+// floating-point field only when every byte of it is read; anything else is refused with
+// BS_ERR_TYPE, stores nothing and is no selection value for the field either.
+TEST_P(TableTest, TextEntersATypedFieldOnlyWhenItIsWhollyANumberThatFits) {
+    bs_tdfield i16("i16", VariableData::VT_INT16), i64("i64", VariableData::VT_INT64),
+        u8("u8", VariableData::VT_UINT8), u64("u64", VariableData::VT_UINT64),
+        dbl("dbl", VariableData::VT_DOUBLE);
+    ASSERT_EQ(bs_tabledb_create_table(m_h, "t", {&i16, &i64, &u8, &u64, &dbl}, 0), BS_OK);
+    const char* const names[] = {"i16", "i64", "u8", "u64", "dbl"};
+    const struct {
+        int field;  // position in `names`
+        std::string text;
+        VariableData stored;  // empty: refused
+    } cases[] = {
+        {3, "\t-5", VariableData()},  // strtoull skips the blank and negates
+        {3, std::string("2\0junk", 6), VariableData()},
+        {3, "-5", VariableData()},
+        {3, "18446744073709551615", VariableData(18446744073709551615ull)},
+        {3, "18446744073709551616", VariableData()},
+        {3, "-0", VariableData(0ull)},
+        {0, " 5", VariableData()},
+        {0, "5 ", VariableData()},
+        {0, "+5", VariableData()},
+        {0, "-", VariableData()},
+        {0, "", VariableData()},
+        {0, "0x10", VariableData()},
+        {0, "-32768", VariableData(static_cast<short>(-32768))},
+        {0, "32768", VariableData()},
+        {1, "-9223372036854775808", VariableData(-9223372036854775807ll - 1)},
+        {1, "-9223372036854775809", VariableData()},
+        {1, "99999999999999999999999", VariableData()},
+        {2, "255", VariableData(static_cast<unsigned char>(255))},
+        {2, "256", VariableData()},
+        {4, "\t1.5", VariableData()},
+        {4, std::string("1.5\0x", 5), VariableData()},
+        {4, "1.5e3", VariableData(1500.0)},
+    };
+    for (const auto& c : cases) {
+        std::list<VariableData> values(5);
+        *std::next(values.begin(), c.field) = VariableData(c.text);
+        unsigned long long id = 0;
+        const int code = bs_tabledb_insert_record(m_h, "t", values, id);
+        const std::string what = std::string(names[c.field]) + " <- \"" + c.text + "\"";
+        void* cursor = BS_INVALID_HANDLE;
+        unsigned int count = 0;
+        VariableData from(c.text), key(id);
+        if (c.stored.IsEmpty()) {
+            EXPECT_EQ(code, BS_ERR_TYPE) << what;
+            EXPECT_EQ(bs_tabledb_get_record_by_field(m_h, "t", names[c.field], &from, nullptr,
+                                                     BS_CMP_EQUAL, BS_SEL_FIELD, count, cursor),
+                      BS_ERR_TYPE)
+                << what;
+            continue;
+        }
+        ASSERT_EQ(code, BS_OK) << what;
+        ASSERT_EQ(bs_tabledb_get_record_by_field(m_h, "t", nullptr, &key, nullptr, BS_CMP_EQUAL,
+                                                 BS_SEL_AUTOID, count, cursor),
+                  BS_OK);
+        bs_record record;
+        ASSERT_EQ(bs_tabledb_get_cursor(cursor, record), BS_OK) << what;
+        EXPECT_TRUE(record[names[c.field]].Equals(c.stored)) << what;
+        bs_close_handle(cursor);
+    }
+    unsigned int deleted = 0;
+    EXPECT_EQ(bs_tabledb_delete_record_by_ctime(m_h, "t", 0, nullptr, 0, BS_CMP_ALL, deleted),
+              BS_OK);
+    EXPECT_EQ(deleted, 6u) << "only the texts that fit were stored";
 }
 
 TEST_P(TableTest, RolledBackTransactionLeavesNothing) {

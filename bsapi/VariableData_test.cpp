@@ -1,11 +1,9 @@
 // Tests of tarn::VariableData (serial form, limits, conversions) and tarn::MemCache.
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <cmath>
 #include <cstring>
 #include <limits>
-#include <random>
 #include <vector>
 
 #include "bsapi/bsapi.h"
@@ -90,27 +88,6 @@ TEST_F(VariableDataTest, EveryTruncationIsRefusedAndLeavesTheValue) {
     }
 }
 
-// Any bytes either read as one whole value that fits the buffer or are refused.
-TEST_F(VariableDataTest, RandomBuffersReadWholeOrAreRefused) {
-    std::mt19937 rng(7);
-    const std::vector<VariableData> kinds = LimitValues();
-    for (int i = 0; i < 20000; ++i) {
-        std::vector<char> buf(rng() % 24);
-        for (char& c : buf)
-            c = static_cast<char>(rng());
-        if (!buf.empty() && rng() % 2)
-            buf[0] = static_cast<char>(kinds[rng() % kinds.size()].GetType());
-        VariableData v(42);
-        if (v.UnSerial(buf.data(), static_cast<int>(buf.size()))) {
-            EXPECT_LE(v.Size(), static_cast<int>(buf.size()));
-            std::vector<char> again = Serial(v);
-            EXPECT_TRUE(std::equal(again.begin(), again.end(), buf.begin()));
-        } else {
-            EXPECT_TRUE(v.Equals(VariableData(42)));
-        }
-    }
-}
-
 TEST_F(VariableDataTest, CorruptInputIsRefused) {
     VariableData v(7);
     const char unknownTag[] = {8, 1, 2, 3, 4, 5, 6, 7, 8};
@@ -164,30 +141,22 @@ TEST_F(VariableDataTest, ConversionOperators) {
     EXPECT_EQ(c, 0);  // a string converts through its number, like every other integer type
 }
 
-TEST_F(VariableDataTest, TimeValueOnlyFromTimeTag) {
-    VariableData t = TimeValue(-5);
-    long s = 0;
-    EXPECT_TRUE(t.GetTimeValue(s));
-    EXPECT_EQ(s, -5);
-    s = 99;
+TEST_F(VariableDataTest, TimeValueOnlyFromTimeTagAndCopiesKeepTagAndValue) {
+    long s = 99;
     EXPECT_FALSE(VariableData(5).GetTimeValue(s));
     EXPECT_EQ(s, 99);
-}
-
-TEST_F(VariableDataTest, CopyMoveAndAssignKeepTagAndValue) {
+    EXPECT_TRUE(TimeValue(-5).GetTimeValue(s));
+    EXPECT_EQ(s, -5);
     VariableData a("text");
     VariableData b = a;
     VariableData c = std::move(a);
     EXPECT_TRUE(b.Equals(c));
     EXPECT_TRUE(a.IsEmpty());
-    b = 5;
-    EXPECT_EQ(b.GetType(), VariableData::VT_INT32);
-    EXPECT_EQ(b.GetText(), "5");
-    b = c;
-    EXPECT_EQ(b.GetText(), "text");
-    b = VariableData(1.5f);
+    b = VariableData(1.5f);  // a string replaced by a number
     EXPECT_EQ(b.GetType(), VariableData::VT_FLOAT);
     EXPECT_EQ(b.GetStringLength(), 0u);
+    b = c;
+    EXPECT_EQ(b.GetText(), "text");
 }
 
 TEST_F(VariableDataTest, MemCacheKeepsBytesAndATerminatingZero) {

@@ -85,12 +85,13 @@ TEST_F(HandlePoolTest, OnlyTreeHandlesAreNumbered) {
     t.push_back(trees.Alloc(0, true));
     EXPECT_EQ(t.back()->GetId(), 3);
     EXPECT_EQ(trees.Alloc(7, true), nullptr);
-    for (CConfHandle* h : t)
-        trees.Free(h);
-    for (CConfHandle* h : b)
-        tables.Free(h);
-    for (CConfHandle* h : q)
-        queues.Free(h);
+    for (size_t i = 0; i < t.size(); ++i) {
+        trees.Free(t[i]);
+        if (i < b.size()) {
+            tables.Free(b[i]);
+            queues.Free(q[i]);
+        }
+    }
 }
 
 TEST_F(HandlePoolTest, OpenHandlesGoToTheFrontAndClosedOnesToTheBack) {
@@ -137,9 +138,6 @@ TEST_F(HandlePoolTest, ServerPoolsAreKeyedByExactAddressAndPort) {
     EXPECT_EQ(a, again);
     EXPECT_NE(a, otherPort);
     EXPECT_NE(a, otherCase);
-    EXPECT_EQ(a->GetServer().m_strAddress, "db.example");
-    EXPECT_EQ(otherPort->GetServer().m_nPort, 2);
-
     CHandlePool* tree = a->GetHandlePool(0);
     EXPECT_EQ(tree, a->GetTreedbPool());
     EXPECT_EQ(a->GetHandlePool(1), a->GetTabledbPool());
@@ -170,16 +168,21 @@ TEST_F(HandlePoolTest, ServerOrderingIsByAddressThenSignedPort) {
     EXPECT_TRUE(CTableDbAccess("a", "b", "c") == CTableDbAccess("a", "b", "c"));
 }
 
-// The 51st borrower waits; a handle freed during the wait serves it.
-TEST_F(HandlePoolTest, The51stBorrowerIsServedByAHandleFreedDuringItsWait) {
+// With nothing freed the 51st borrower gets null after five one-second waits; a handle freed
+// during the wait serves it.
+TEST_F(HandlePoolTest, The51stBorrowerWaitsFiveSecondsForAFreedHandle) {
     CHandlePool pool;
     std::vector<CConfHandle*> held = Exhaust(pool);
+    auto start = std::chrono::steady_clock::now();
+    EXPECT_EQ(pool.Alloc(0, true), nullptr);
+    EXPECT_GE(SecondsSince(start), 5.0);
+    EXPECT_LT(SecondsSince(start), 7.0);
     CConfHandle* got = nullptr;
     double waited = 0;
     std::thread borrower([&] {
-        auto start = std::chrono::steady_clock::now();
+        auto begin = std::chrono::steady_clock::now();
         got = pool.Alloc(0, true);
-        waited = SecondsSince(start);
+        waited = SecondsSince(begin);
     });
     std::this_thread::sleep_for(std::chrono::milliseconds(1300));
     pool.Free(held.back());
@@ -187,19 +190,6 @@ TEST_F(HandlePoolTest, The51stBorrowerIsServedByAHandleFreedDuringItsWait) {
     EXPECT_EQ(got, held.back());
     EXPECT_GE(waited, 1.0);
     EXPECT_LT(waited, 4.5);
-    for (CConfHandle* h : held)
-        pool.Free(h);
-}
-
-// With nothing freed the 51st borrower gets null after five one-second waits.
-TEST_F(HandlePoolTest, The51stBorrowerIsRefusedAfterFiveWaits) {
-    CHandlePool pool;
-    std::vector<CConfHandle*> held = Exhaust(pool);
-    auto start = std::chrono::steady_clock::now();
-    EXPECT_EQ(pool.Alloc(0, true), nullptr);
-    double waited = SecondsSince(start);
-    EXPECT_GE(waited, 5.0);
-    EXPECT_LT(waited, 7.0);
     for (CConfHandle* h : held)
         pool.Free(h);
     EXPECT_EQ(pool.FreeHandleSize(), 50);
