@@ -86,29 +86,22 @@ TEST_F(SessionApiTest, PeerAddressComesFromServerVariableTwo) {
     EXPECT_EQ(GetPeerIP(&noCallback), "");
 }
 
-TEST_F(SessionApiTest, CookieReadersTakeTheirOwnCookie) {
-    st_wh_head head;
-    head.cookie = "qv_lan=en; CSRF-TOKEN=tok-1; qvsessionid=sess-1";
-    st_wh_info info = Record(&head);
-    EXPECT_EQ(BSCheckQvSession(&info), "sess-1");
-    EXPECT_EQ(GetTokenFromCookie(&info), "tok-1");
-
-    st_wh_info headless = Record(nullptr);
-    EXPECT_EQ(BSCheckQvSession(&headless), "");
-    EXPECT_EQ(GetTokenFromCookie(&headless), "");
-    EXPECT_EQ(BSCheckQvSession(nullptr), "");
-    EXPECT_EQ(GetTokenFromCookie(nullptr), "");
-}
-
-// A session's life as the host sees it (tests/session_threads_test runs the same calls from many
-// threads); a session stored under the empty id is found like any other.
+// The cookie readers, and a session's life as the host sees it (tests/session_threads_test runs
+// the same calls from many threads); a session stored under the empty id is found like any other.
 TEST_F(SessionApiTest, SessionLifeFromLoginToLogout) {
     EXPECT_FALSE(Web_SessionisPastdue(nullptr));
+    st_wh_info headless = Record(nullptr);
+    for (st_wh_info* info : {&headless, static_cast<st_wh_info*>(nullptr)}) {
+        EXPECT_EQ(BSCheckQvSession(info), "");
+        EXPECT_EQ(GetTokenFromCookie(info), "");
+    }
     for (const std::string id : {"api-life-1", ""}) {
         st_wh_head head;  // for "": no cookie at all, so the id read is ""
         if (!id.empty())
-            head.cookie = "qvsessionid=" + id;
+            head.cookie = "qv_lan=en; CSRF-TOKEN=tok-1; qvsessionid=" + id;
         st_wh_info info = Record(&head);
+        EXPECT_EQ(BSCheckQvSession(&info), id);
+        EXPECT_EQ(GetTokenFromCookie(&info), id.empty() ? "" : "tok-1");
         EXPECT_TRUE(Web_SessionisPastdue(&info)) << id;
         EXPECT_TRUE(BSWhetherSessionIdTimeOut(id)) << id;
         std::string given = id;

@@ -2,7 +2,6 @@
 // asymmetry, the reuse path, replacement, the start-up load and the wait for InitData.
 #include "session/WebSession.h"
 
-#include <dirent.h>
 #include <gtest/gtest.h>
 
 #include <atomic>
@@ -28,18 +27,8 @@ const time_t kMinute = 60;
 
 // Every line of today's session log(s) under the private installation tree.
 std::string ReadSessionLogs() {
-    std::string dir = ws_test::InstallRoot() + "/middle/log";
-    std::string all;
-    if (DIR* d = ::opendir(dir.c_str())) {
-        while (dirent* e = ::readdir(d)) {
-            std::string name = e->d_name;
-            if (name.rfind("session", 0) == 0) {
-                all += ws_test::ReadFile(dir + "/" + name);
-            }
-        }
-        ::closedir(d);
-    }
-    return all;
+    const std::string dir = ws_test::InstallRoot() + "/middle/log";
+    return ws_test::RunAndCapture("/bin/sh", {"-c", "cat '" + dir + "'/session*"});
 }
 
 class WebSessionTest : public ::testing::Test {
