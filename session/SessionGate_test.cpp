@@ -53,8 +53,9 @@ TEST_F(SessionGateTest, NullRecordStops) {
 }
 
 // GET never reads the body; POST reads it only when asked (the low byte of readPost counts, so
-// 256 means "do not read") and its parameters win over the query's; a host without a body lets
-// the gate go on, a body the parser refuses is answered with the error envelope.
+// 256 means "do not read" and 2 means "read") and its parameters win over the query's; a host
+// without a body lets the gate go on, a body the parser refuses is answered with the error
+// envelope.
 TEST_F(SessionGateTest, BodyRules) {
     const struct {
         uint32_t method;
@@ -67,6 +68,7 @@ TEST_F(SessionGateTest, BodyRules) {
         {WH_METHOD_GET, "c=3", 1, 0, 0, {{"a", "1"}, {"b", "two"}}},
         {WH_METHOD_POST, "b=2&a=body", 1, 0, 1, {{"a", "body"}, {"b", "2"}}},
         {WH_METHOD_POST, "b=2", 256, 0, 0, {{"a", "1"}, {"b", "two"}}},
+        {WH_METHOD_POST, "b=2", 2, 0, 1, {{"a", "1"}, {"b", "2"}}},  // any non-zero low byte
         {WH_METHOD_POST, nullptr, 1, 0, 1, {{"a", "1"}, {"b", "two"}}},
         {WH_METHOD_POST, "", 1, 1, 1, {{"a", "1"}, {"b", "two"}}},
     };
