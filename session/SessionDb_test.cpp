@@ -139,6 +139,8 @@ TEST_F(SessionDbTest, SessionOnlyInTheStoreIsFoundButNotTakenIn) {
     CGWebSession* changed = table.LookSession("elsewhere");
     ASSERT_NE(changed, nullptr);
     EXPECT_EQ(changed->GetCompany(), "other");
+    Persist({"elsewhere", "w", "other", 3, 1});  // the client type alone changed
+    EXPECT_EQ(table.LookSession("elsewhere")->GetClientType(), 1);
     CSessionDb().DeleteWebSession("elsewhere", kServer);
     EXPECT_EQ(table.LookSession("elsewhere"), nullptr);
     EXPECT_EQ(first->GetCompany(), "acme") << "a record handed out stays valid";
