@@ -21,120 +21,85 @@ time_t FakeNow() {
 const int kThreads = 6;
 const int kRounds = 400;
 
-class SessionThreadsTest : public ::testing::Test {
-protected:
-    void SetUp() override { tarn::SetClockForTest(&FakeNow); }
-    void TearDown() override { tarn::SetClockForTest(nullptr); }
-};
+// Runs `work(t)` on kThreads threads at once and waits for them.
+template <typename F>
+void OnEveryThread(F work) {
+    std::vector<std::thread> threads;
+    for (int t = 0; t < kThreads; ++t)
+        threads.emplace_back(work, t);
+    for (auto& th : threads)
+        th.join();
+}
 
-struct WorkerResult {
-    std::vector<CGWebSession*> handedOut;
-    int mismatches = 0;       // a record that answered for another id or user
-    int foundAfterErase = 0;  // an erased id that still answered
-};
-
-TEST_F(SessionThreadsTest, AddLookEraseWhileTheSweepRuns) {
+TEST(SessionThreadsTest, AddLookEraseWhileTheSweepRuns) {
+    tarn::SetClockForTest(&FakeNow);
     CGWebSessionColl table;
     table.InitData();
     std::atomic<bool> stop{false};
-
     // Every millisecond an hour passes: sweeps become due again and again and sessions time out
     // under the workers' hands.
     std::thread clock([&] {
-        while (!stop.load()) {
+        for (; !stop; std::this_thread::sleep_for(std::chrono::milliseconds(1)))
             g_now += 3600;
-            std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    });
+    std::vector<std::vector<CGWebSession*>> handedOut(kThreads);
+    std::atomic<int> wrong{0};  // a record of another id, or an erased id that still answered
+    OnEveryThread([&](int t) {
+        const std::string user = "user" + std::to_string(t);
+        for (int i = 0; i < kRounds; ++i) {
+            const std::string id = "t" + std::to_string(t) + "-" + std::to_string(i);
+            std::string given = id, company;
+            CGWebSession* added = table.AddSession(given, user, "co", 1, 0, "10.0.0.1");
+            handedOut[t].push_back(added);
+            wrong += added->GetSessionId() != id || given != id;
+            // Our own session and a neighbour's: a hit must be the right record.
+            for (const std::string& probe :
+                 {id, "t" + std::to_string((t + 1) % kThreads) + "-" + std::to_string(i)}) {
+                CGWebSession* seen = table.LookSession(probe);
+                wrong += seen != nullptr && seen->GetSessionId() != probe;
+            }
+            wrong += table.GetCompanyIdBySessionId(id, company) && company != "co";
+            if (i % 3 == 0) {
+                table.EraseSession(id);
+                wrong += table.LookSession(id) != nullptr;
+            }
+            table.CanAddNewSession(user, "co");
         }
     });
-
-    std::vector<WorkerResult> results(kThreads);
-    std::vector<std::thread> workers;
-    for (int t = 0; t < kThreads; ++t) {
-        workers.emplace_back([&, t] {
-            WorkerResult& r = results[t];
-            const std::string user = "user" + std::to_string(t);
-            for (int i = 0; i < kRounds; ++i) {
-                std::string id = "t" + std::to_string(t) + "-" + std::to_string(i);
-                std::string given = id;
-                CGWebSession* added = table.AddSession(given, user, "co", 1, 0, "10.0.0.1");
-                r.handedOut.push_back(added);
-                if (added->GetSessionId() != id || given != id)
-                    ++r.mismatches;
-
-                // Look up our own session and a neighbour's; a hit must be the right record.
-                for (const std::string& probe :
-                     {id, "t" + std::to_string((t + 1) % kThreads) + "-" + std::to_string(i)}) {
-                    CGWebSession* seen = table.LookSession(probe);
-                    if (seen != nullptr && seen->GetSessionId() != probe)
-                        ++r.mismatches;
-                }
-                std::string company;
-                if (table.GetCompanyIdBySessionId(id, company) && company != "co") {
-                    ++r.mismatches;
-                }
-                if (i % 3 == 0) {
-                    table.EraseSession(id);
-                    if (table.LookSession(id) != nullptr)
-                        ++r.foundAfterErase;
-                }
-                table.CanAddNewSession(user, "co");
-            }
-        });
-    }
-    for (auto& w : workers)
-        w.join();
     stop = true;
     clock.join();
-
-    size_t total = 0;
+    tarn::SetClockForTest(nullptr);
+    EXPECT_EQ(wrong.load(), 0);
     for (int t = 0; t < kThreads; ++t) {
-        const WorkerResult& r = results[t];
-        EXPECT_EQ(r.mismatches, 0) << "thread " << t;
-        EXPECT_EQ(r.foundAfterErase, 0) << "thread " << t;
         // Records handed out stay readable whatever the sweep and the erasures did.
-        for (CGWebSession* rec : r.handedOut) {
-            ASSERT_NE(rec, nullptr);
-            EXPECT_EQ(rec->GetUserId(), "user" + std::to_string(t));
-        }
+        for (CGWebSession* rec : handedOut[t])
+            ASSERT_EQ(rec->GetUserId(), "user" + std::to_string(t));
         // Counts are created under the bare user id and never decremented there.
         int count = 0;
         ASSERT_TRUE(table.GetUserCount("user" + std::to_string(t), count));
         EXPECT_EQ(count, kRounds);
-        total += r.handedOut.size();
     }
-    EXPECT_LE(table.GetSessionCount(), total - kThreads * ((kRounds + 2) / 3));
+    EXPECT_LE(table.GetSessionCount(), size_t(kThreads) * (kRounds - (kRounds + 2) / 3));
 }
 
-TEST_F(SessionThreadsTest, ExportedFunctionsFromManyThreads) {
+TEST(SessionThreadsTest, ExportedFunctionsFromManyThreads) {
     BSInitSession();
     std::atomic<int> wrong{0};
-    std::vector<std::thread> workers;
-    for (int t = 0; t < kThreads; ++t) {
-        workers.emplace_back([&, t] {
-            for (int i = 0; i < kRounds / 4; ++i) {
-                std::string id = "api-" + std::to_string(t) + "-" + std::to_string(i);
-                st_wh_head head;
-                head.cookie = "a=1; qvsessionid=" + id;
-                st_wh_info info;
-                info.head = &head;
-                std::string given = id;
-                BSAddSession(given, "u" + std::to_string(t), "co", 1, 0, "");
-                if (BSCheckQvSession(&info) != id)
-                    ++wrong;
-                std::string company;
-                // The clock runs still here, so a fresh session cannot time out.
-                if (Web_SessionisPastdue(&info))
-                    ++wrong;
-                if (!Session_GetCompanyIdBySessionId(id, company) || company != "co")
-                    ++wrong;
-                BSEraseSession(id);
-                if (!BSWhetherSessionIdTimeOut(id))
-                    ++wrong;
-            }
-        });
-    }
-    for (auto& w : workers)
-        w.join();
+    OnEveryThread([&](int t) {
+        for (int i = 0; i < kRounds / 4; ++i) {
+            std::string id = "api-" + std::to_string(t) + "-" + std::to_string(i), company;
+            st_wh_head head;
+            head.cookie = "a=1; qvsessionid=" + id;
+            st_wh_info info;
+            info.head = &head;
+            BSAddSession(id, "u" + std::to_string(t), "co", 1, 0, "");
+            // The real clock runs here, so a fresh session cannot time out.
+            wrong += BSCheckQvSession(&info) != id || Web_SessionisPastdue(&info);
+            wrong += !Session_GetCompanyIdBySessionId(id, company) || company != "co";
+            BSEraseSession(id);
+            wrong += !BSWhetherSessionIdTimeOut(id);
+        }
+    });
     EXPECT_EQ(wrong.load(), 0);
 }
 
