@@ -151,39 +151,6 @@ TEST_F(HostLifecycleTest, BodyOverTheCapGets413AndNeverReachesTheHandler) {
     EXPECT_EQ(0, host.Terminate(5));
 }
 
-TEST_F(HostLifecycleTest, EventStreamsBeyondTheBoundGet503) {
-    tree.WriteHostIni("WorkerThreads=6\nMaxEventStreams=1\n");
-    ASSERT_TRUE(host.Start()) << host.Stderr();
-    auto first = std::make_unique<HttpConn>(host.Port());
-    ASSERT_TRUE(first->Get("/t/forever"));
-    HttpResponse a;
-    ASSERT_TRUE(first->ReadHead(a));
-    EXPECT_EQ(200, a.status);
-
-    HttpConn second(host.Port());
-    ASSERT_TRUE(second.Get("/t/forever"));
-    HttpResponse b;
-    ASSERT_TRUE(second.Read(b));
-    EXPECT_EQ(503, b.status);
-    EXPECT_EQ("", b.Header("Transfer-Encoding"));
-    // Ordinary requests still have threads.
-    EXPECT_EQ("xx", wh_test::Fetch(host.Port(), "/t/plain?n=2").body);
-
-    // The first client goes away: its handler sees the failed write and frees the slot.
-    first.reset();
-    int status = 0;
-    for (int i = 0; i < 40 && status != 200; ++i) {
-        std::this_thread::sleep_for(std::chrono::milliseconds(50));
-        HttpConn again(host.Port());
-        again.Get("/t/forever");
-        HttpResponse c;
-        again.ReadHead(c);
-        status = c.status;
-    }
-    EXPECT_EQ(200, status);
-    EXPECT_EQ(0, host.Terminate(5));
-}
-
 TEST_F(HostLifecycleTest, SigtermWithStreamsOpenEndsWithinTwoSeconds) {
     ASSERT_TRUE(host.Start()) << host.Stderr();
     std::vector<std::unique_ptr<HttpConn>> streams;
@@ -233,28 +200,23 @@ TEST_F(HostLifecycleTest, StartIsRefusedWithAMessage) {
     const struct {
         const char* mainLines;
         const char* modules;
+        std::vector<std::string> args;
         int exitStatus;
         const char* message;
     } kCases[] = {
-        {"", "gone=libgone.so /gone\n", 3, "cannot load module \"gone\""},
-        {"", "junk=libgarbage.so /junk\n", 3, "cannot load module \"junk\""},
-        {"", "noentry=libQVTranslate.so /n\n", 3, "does not export wh_module_register"},
-        {"", "dup=libwh_test_module.so /t\n", 2, "both serve the prefix"},
-        {"WorkerThreads=many\n", "", 2, "WorkerThreads"},
+        {"", "gone=libgone.so /gone\n", {}, 3, "cannot load module \"gone\""},
+        {"", "junk=libgarbage.so /junk\n", {}, 3, "cannot load module \"junk\""},
+        {"", "noentry=libQVTranslate.so /n\n", {}, 3, "does not export wh_module_register"},
+        {"WorkerThreads=many\n", "", {}, 2, "WorkerThreads"},
+        {"", "", {"--port", "http"}, 2, "--port needs a port number"},
     };
     for (const auto& k : kCases) {
-        SCOPED_TRACE(k.modules);
+        SCOPED_TRACE(k.message);
         tree.WriteHostIni(k.mainLines, true, k.modules);
         wh_test::HostProcess p(tree);
-        EXPECT_FALSE(p.Start());
+        EXPECT_FALSE(p.Start(k.args));
         EXPECT_EQ(k.exitStatus, p.WaitExit(10));
         EXPECT_NE(std::string::npos, p.Stderr().find(k.message)) << p.Stderr();
-    }
-    {
-        wh_test::HostProcess p(tree);
-        EXPECT_FALSE(p.Start({"--port", "http"}));
-        EXPECT_EQ(2, p.WaitExit(10));
-        EXPECT_NE(std::string::npos, p.Stderr().find("--port needs a port number")) << p.Stderr();
     }
 }
 
