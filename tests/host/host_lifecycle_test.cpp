@@ -25,15 +25,6 @@ protected:
     wh_test::HostTree tree;
     wh_test::HostProcess host{tree};
 
-    HttpResponse Post(HttpConn& conn, const std::string& body) {
-        conn.Send(
-            "POST /t/echo HTTP/1.1\r\nHost: x\r\nContent-Type: text/plain\r\n"
-            "Content-Length: " +
-            std::to_string(body.size()) + "\r\n\r\n" + body);
-        HttpResponse r;
-        conn.Read(r);
-        return r;
-    }
     std::string EchoCount() { return wh_test::Fetch(host.Port(), "/t/echocount").body; }
 };
 
@@ -101,33 +92,34 @@ TEST_F(HostLifecycleTest, RefusesRootAndFoldersItCannotWrite) {
 TEST_F(HostLifecycleTest, BodyOverTheCapGets413AndNeverReachesTheHandler) {
     tree.WriteHostIni("MaxBodyBytes=1024\n");
     ASSERT_TRUE(host.Start()) << host.Stderr();
-    {
-        HttpConn conn(host.Port());
-        HttpResponse ok = Post(conn, std::string(1024, 'a'));
-        EXPECT_EQ(200, ok.status);
-        EXPECT_EQ(0u, ok.body.find("length=1024\naaaa")) << ok.body.substr(0, 40);
-        HttpResponse big = Post(conn, std::string(1025, 'b'));
-        EXPECT_EQ(413, big.status);
-        EXPECT_EQ("close", big.Header("Connection"));
-        EXPECT_TRUE(conn.ClosedByPeer(2000));
-    }
-    {
+    const std::string post = "POST /t/echo HTTP/1.1\r\nHost: x\r\n", chunk(1000, 'c');
+    const struct {
+        const char* what;
+        std::string request;
+        int status;
+    } kCases[] = {
+        {"at the cap", post + "Content-Length: 1024\r\n\r\n" + std::string(1024, 'a'), 200},
+        {"a byte over", post + "Content-Length: 1025\r\n\r\n" + std::string(1025, 'b'), 413},
         // A chunked upload announces no length: the cap is found while reading.
-        HttpConn conn(host.Port());
-        std::string chunk(1000, 'c');
-        conn.Send("POST /t/echo HTTP/1.1\r\nHost: x\r\nTransfer-Encoding: chunked\r\n\r\n");
-        conn.Send("3e8\r\n" + chunk + "\r\n3e8\r\n" + chunk + "\r\n0\r\n\r\n");
-        HttpResponse r;
-        ASSERT_TRUE(conn.Read(r));
-        EXPECT_EQ(413, r.status);
-    }
-    {
+        {"chunked",
+         post + "Transfer-Encoding: chunked\r\n\r\n3e8\r\n" + chunk + "\r\n3e8\r\n" + chunk +
+             "\r\n0\r\n\r\n",
+         413},
         // Refused before the body is sent: a huge announced length costs nothing.
+        {"huge", post + "Content-Length: 5000000000\r\n\r\nxyz", 413},
+    };
+    for (const auto& k : kCases) {
+        SCOPED_TRACE(k.what);
         HttpConn conn(host.Port());
-        conn.Send("POST /t/echo HTTP/1.1\r\nHost: x\r\nContent-Length: 5000000000\r\n\r\nxyz");
         HttpResponse r;
-        ASSERT_TRUE(conn.Read(r));
-        EXPECT_EQ(413, r.status);
+        ASSERT_TRUE(conn.Send(k.request) && conn.Read(r));
+        EXPECT_EQ(k.status, r.status);
+        if (k.status == 200) {
+            EXPECT_EQ(0u, r.body.find("length=1024\naaaa")) << r.body.substr(0, 40);
+            continue;
+        }
+        EXPECT_EQ("close", r.Header("Connection"));
+        EXPECT_TRUE(conn.ClosedByPeer(2000));
     }
     {
         // A client that waits for "100 Continue" gets it within the cap and sends its body;
