@@ -142,7 +142,11 @@ TEST_F(HostOpsTest, AccessLogHasALinePerRequestAndIsCutBySize) {
     const std::string plain = " 127.0.0.1 GET /t/plain 200 ";
     std::string log;
     size_t lines = 0;
-    for (int i = 0; i < 100 && lines < 31; ++i, ::usleep(20000)) {
+    auto complete = [&] {
+        return lines >= 31 && log.find("/index.html") != std::string::npos &&
+               log.find("forged") != std::string::npos;
+    };
+    for (int i = 0; i < 100 && !complete(); ++i, ::usleep(20000)) {
         log = ws_test::RunAndCapture("/bin/sh", {"-c", cat});
         lines = 0;
         for (size_t p = log.find(plain); p != std::string::npos; p = log.find(plain, p + 1))
