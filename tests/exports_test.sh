@@ -1,80 +1,40 @@
 #!/usr/bin/env bash
-# Checks the names libwebsession.so exports for the session entry points: the host looks the
-# undecorated ones up by name, page handlers link the decorated ones, and the session table's
-# internals stay hidden.
+# The names libwebsession.so exports: the host looks the session entry points up undecorated,
+# page handlers link the decorated ones and the toolkit's classes, and internals stay hidden.
 #   usage: exports_test.sh <path to libwebsession.so>
 set -euo pipefail
-
 lib="${1:?usage: $0 <libwebsession.so>}"
-if [ ! -f "$lib" ]; then
-  echo "FAIL: $lib does not exist (build the websession target first)"
-  exit 1
-fi
-
-exported="$(nm -D --defined-only "$lib" | awk '{print $NF}')"
+[ -f "$lib" ] || { echo "FAIL: $lib does not exist (build the websession target first)"; exit 1; }
+plain="$(nm -D --defined-only "$lib" | awk '{print $NF}')"
+demangled="$(nm -D --defined-only -C "$lib")"
 failed=0
+fail() { echo "FAIL: $*"; failed=1; }
 
-# Entry points with C linkage: present under exactly these names.
-undecorated=(
-  BSInitSession BSAddSession BSEraseSession Session_GetCompanyIdBySessionId
-  BSWhetherSessionIdTimeOut BSCheckQvSession Web_SessionisPastdue GetPeerIP
-  Web_SessionInit BSGetTokenCookie BSCheckToken BSAddTokenToCache
-  BSWhetherCheckVerifyCode BSGetVerifyToken BSSetVerifyToken BSGetVerifyCode BSCheckVerifyCode
-  BSCheckXSS sdigest fdigest
-)
-for name in "${undecorated[@]}"; do
-  if ! grep -qx -- "$name" <<<"$exported"; then
-    echo "FAIL: undecorated entry point $name is not exported"
-    failed=1
-  fi
-done
-
-# Entry points that keep C++ linkage: present under their decorated names only.
-decorated=(
-  "_Z18GetTokenFromCookieB5cxx11P10st_wh_info"  # std::string GetTokenFromCookie(st_wh_info*)
-  "_Z16Session_InitDataPv"                       # void* Session_InitData(void*)
-)
-for name in "${decorated[@]}"; do
-  if ! grep -qx -- "$name" <<<"$exported"; then
-    echo "FAIL: decorated entry point $name is not exported"
-    failed=1
-  fi
+# C linkage under exactly these names; GetTokenFromCookie(st_wh_info*) and Session_InitData(void*)
+# keep C++ linkage, so only their decorated names stand.
+for name in BSInitSession BSAddSession BSEraseSession Session_GetCompanyIdBySessionId \
+            BSWhetherSessionIdTimeOut BSCheckQvSession Web_SessionisPastdue GetPeerIP \
+            Web_SessionInit BSGetTokenCookie BSCheckToken BSAddTokenToCache \
+            BSWhetherCheckVerifyCode BSGetVerifyToken BSSetVerifyToken BSGetVerifyCode \
+            BSCheckVerifyCode BSCheckXSS sdigest fdigest \
+            _Z18GetTokenFromCookieB5cxx11P10st_wh_info _Z16Session_InitDataPv; do
+  grep -qx -- "$name" <<<"$plain" || fail "entry point $name is not exported"
 done
 for name in GetTokenFromCookie Session_InitData; do
-  if grep -qx -- "$name" <<<"$exported"; then
-    echo "FAIL: $name is exported with C linkage"
-    failed=1
-  fi
+  ! grep -qx -- "$name" <<<"$plain" || fail "$name is exported with C linkage"
 done
-# The digest functions have C linkage only: no decorated twin.
-if grep -qE -- '^_Z[0-9]+[sf]digest' <<<"$exported"; then
-  echo "FAIL: a digest function is exported with a decorated name"
-  failed=1
-fi
+! grep -qE -- '^_Z[0-9]+[sf]digest' <<<"$plain" || fail "a digest function has a decorated name"
 
-# Internals that must stay hidden: the session table and record, the persistence class, the
-# token collection, the two globals and the cookie rule are reached only through the entry
-# points above.
-demangled="$(nm -D --defined-only -C "$lib")"
+# The session table and record, the persistence class, the token collection, the two globals
+# and the cookie rule are reached only through the entry points above.
 for internal in CGWebSession CSessionDb gw_webSession CWebTokenColl g_WebTokenColl \
                 GetCookieValueByRule Session_app_init Session_InitDataDone; do
-  if grep -q -- "$internal" <<<"$demangled"; then
-    echo "FAIL: internal name $internal is exported:"
-    grep -- "$internal" <<<"$demangled" | head -5
-    failed=1
-  fi
+  ! grep -q -- "$internal" <<<"$demangled" || fail "internal name $internal is exported"
 done
-
 # The toolkit page handlers use: every class exported whole.
 for api in "CBSWork::" "Url::" "CQvHandleLoc::" "CSPropSetObj::" "CDbVar::" "CManageDb::" \
            "CQvUtil::" "tarn::CIniFile::" "tarn::TimeFace::" "MD5::"; do
-  if ! grep -qF -- "$api" <<<"$demangled"; then
-    echo "FAIL: toolkit name $api is not exported"
-    failed=1
-  fi
+  grep -qF -- "$api" <<<"$demangled" || fail "toolkit name $api is not exported"
 done
-
-if [ "$failed" = 0 ]; then
-  echo "OK: ${#undecorated[@]} undecorated and ${#decorated[@]} decorated session entry points exported, internals hidden"
-fi
+[ "$failed" = 1 ] || echo "OK: entry points exported, internals hidden"
 exit "$failed"

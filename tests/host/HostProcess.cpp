@@ -2,7 +2,6 @@
 #include "tests/host/HostProcess.h"
 
 #include <arpa/inet.h>
-#include <dirent.h>
 #include <fcntl.h>
 #include <grp.h>
 #include <netinet/in.h>
@@ -16,10 +15,11 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <chrono>
 #include <cstdlib>
 #include <cstring>
-#include <fstream>
+#include <functional>
 #include <thread>
 
 namespace wh_test {
@@ -28,31 +28,11 @@ namespace {
 
 const char* const kWritable[] = {"webharbour/hdoc/tmp", "middle/log", "middle/data"};
 
-// The file itself where the serving user may not reach the build tree: a hard link (the same
-// file system) or a copy.
-void PlaceFile(const std::string& from, const std::string& to) {
-    std::string real = from;
-    char buf[4096];
-    if (::realpath(from.c_str(), buf) != nullptr)
-        real = buf;
-    if (::link(real.c_str(), to.c_str()) == 0)
-        return;
-    std::ifstream in(real, std::ios::binary);
-    std::ofstream out(to, std::ios::binary | std::ios::trunc);
-    out << in.rdbuf();
-    ::chmod(to.c_str(), 0755);
-}
-
-void PlaceDir(const std::string& from, const std::string& to) {
-    ws_test::MakeDirs(to);
-    DIR* d = ::opendir(from.c_str());
-    if (d == nullptr)
-        return;
-    while (dirent* e = ::readdir(d)) {
-        if (e->d_name[0] != '.')
-            PlaceFile(from + "/" + e->d_name, to + "/" + e->d_name);
-    }
-    ::closedir(d);
+// The files themselves where the serving user may not reach the build tree: hard links (on the
+// same file system) or copies, symbolic links followed.
+void Place(const std::string& from, const std::string& to) {
+    ws_test::RunAndCapture(
+        "/bin/sh", {"-c", "cp -RLl \"$0\" \"$1\" 2>/dev/null || cp -RL \"$0\" \"$1\"", from, to});
 }
 
 // In the child before exec: the serving user's identity, for good.
@@ -64,17 +44,15 @@ void DropPrivileges() {
         ::_exit(126);
 }
 
-void ChownTree(const std::string& path, unsigned uid, unsigned gid) {
-    if (::lchown(path.c_str(), uid, gid) != 0)
-        return;
-    DIR* d = ::opendir(path.c_str());
-    if (d == nullptr)
-        return;
-    while (dirent* e = ::readdir(d)) {
-        if (std::strcmp(e->d_name, ".") != 0 && std::strcmp(e->d_name, "..") != 0)
-            ChownTree(path + "/" + e->d_name, uid, gid);
+// Polls `done` every 10 ms for up to `seconds` (at least once); its last answer.
+bool Within(double seconds, const std::function<bool()>& done) {
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::duration<double>(seconds);
+    for (;; std::this_thread::sleep_for(std::chrono::milliseconds(10))) {
+        if (done())
+            return true;
+        if (std::chrono::steady_clock::now() >= deadline)
+            return false;
     }
-    ::closedir(d);
 }
 
 }  // namespace
@@ -99,9 +77,9 @@ const ServingUser& TestServingUser() {
 HostTree::HostTree() : m_tree("whhost") {
     const std::string build = WH_BUILD_TREE;
     ws_test::CopyExecutable(build + "/bin/webharbour", Path("bin/webharbour"));
-    PlaceDir(build + "/lib", Path("lib"));
-    PlaceDir(build + "/middle/lang", Path("middle/lang"));
-    PlaceFile(WH_TEST_MODULE, Path("lib/libwh_test_module.so"));
+    Place(build + "/lib/.", Path("lib"));
+    Place(build + "/middle/lang/.", Path("middle/lang"));
+    Place(WH_TEST_MODULE, Path("lib/libwh_test_module.so"));
     ws_test::WriteFile(Path("webharbour/hdoc/index.html"), "<p>static index</p>\n");
     ws_test::WriteFile(Path("middle/Conf/middle.ini"),
                        "[main]\nloglevel=0\n[safe]\ntokeninterval=60\ncheckverifycode=0\n"
@@ -136,8 +114,11 @@ void HostTree::RemoveWritableFolders() {
 
 void HostTree::GiveToServingUser(const std::string& rel) const {
     const ServingUser& user = TestServingUser();
-    if (user.drop)
-        ChownTree(Path(rel), user.uid, user.gid);
+    if (user.drop) {
+        ws_test::RunAndCapture(
+            "/bin/chown",
+            {"-R", std::to_string(user.uid) + ":" + std::to_string(user.gid), Path(rel)});
+    }
 }
 
 bool HostTree::MakeCertificate() const {
@@ -154,38 +135,7 @@ bool HostTree::MakeCertificate() const {
 
 std::string RunAsServingUser(const std::string& exe, const std::vector<std::string>& args,
                              int* status) {
-    int fds[2];
-    if (::pipe(fds) != 0) {
-        if (status != nullptr)
-            *status = -1;
-        return "";
-    }
-    pid_t pid = ::fork();
-    if (pid == 0) {
-        ::dup2(fds[1], 1);
-        ::close(fds[0]);
-        ::close(fds[1]);
-        DropPrivileges();
-        std::vector<char*> argv;
-        argv.push_back(const_cast<char*>(exe.c_str()));
-        for (const auto& a : args)
-            argv.push_back(const_cast<char*>(a.c_str()));
-        argv.push_back(nullptr);
-        ::execv(exe.c_str(), argv.data());
-        ::_exit(127);
-    }
-    ::close(fds[1]);
-    std::string out;
-    char buf[4096];
-    ssize_t n;
-    while ((n = ::read(fds[0], buf, sizeof(buf))) > 0)
-        out.append(buf, static_cast<size_t>(n));
-    ::close(fds[0]);
-    int st = 0;
-    ::waitpid(pid, &st, 0);
-    if (status != nullptr)
-        *status = WIFEXITED(st) ? WEXITSTATUS(st) : -1;
-    return out;
+    return ws_test::RunAndCapture(exe, args, status, &DropPrivileges);
 }
 
 HostProcess::~HostProcess() {
@@ -196,65 +146,35 @@ HostProcess::~HostProcess() {
 }
 
 bool HostProcess::Start(std::vector<std::string> args) {
-    bool hasPort = false;
-    for (const std::string& a : args)
-        hasPort = hasPort || a == "--port" || a == "-p";
-    if (!hasPort) {
+    if (std::find(args.begin(), args.end(), "--port") == args.end()) {
         args.push_back("--port");
         args.push_back("0");
     }
-    std::string exe = m_tree.Path("bin/webharbour");
-    std::string out = m_tree.Path("stdout.txt");
-    std::string err = m_tree.Path("stderr.txt");
-    m_pid = ::fork();
-    if (m_pid == 0) {
-        int o = ::open(out.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
-        int e = ::open(err.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
-        ::dup2(o, 1);
-        ::dup2(e, 2);
-        DropPrivileges();
-        std::vector<char*> argv;
-        argv.push_back(const_cast<char*>(exe.c_str()));
-        for (std::string& a : args)
-            argv.push_back(const_cast<char*>(a.c_str()));
-        argv.push_back(nullptr);
-        ::execv(exe.c_str(), argv.data());
-        ::_exit(127);
-    }
-    if (m_pid < 0)
-        return false;
-    const char* kMark = "webharbour: listening on port ";
-    auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
-    while (std::chrono::steady_clock::now() < deadline) {
-        std::string text = Stdout();
-        std::string::size_type at = text.find(kMark);
-        if (at != std::string::npos && text.find('\n', at) != std::string::npos) {
-            m_nPort = std::atoi(text.c_str() + at + std::strlen(kMark));
-            return m_nPort > 0;
-        }
-        if (WaitExit(0) != -1)
-            return false;  // it ended without listening
-        std::this_thread::sleep_for(std::chrono::milliseconds(20));
-    }
-    return false;
+    args.insert(args.begin(), m_tree.Path("bin/webharbour"));
+    m_pid =
+        ws_test::Spawn(args, m_tree.Path("stdout.txt"), m_tree.Path("stderr.txt"), &DropPrivileges);
+    const std::string mark = "webharbour: listening on port ";
+    std::string text;
+    // Until the line is whole, or the process ended without listening.
+    Within(10, [&] {
+        text = Stdout();
+        return text.find('\n', text.find(mark)) != std::string::npos || WaitExit(0) != -1;
+    });
+    const std::string::size_type at = text.find(mark);
+    m_nPort = at == std::string::npos ? 0 : std::atoi(text.c_str() + at + mark.size());
+    return m_pid > 0 && m_nPort > 0 && !m_bExited;
 }
 
 int HostProcess::WaitExit(double seconds) {
-    if (m_bExited)
-        return m_nExitStatus;
-    auto deadline = std::chrono::steady_clock::now() + std::chrono::duration<double>(seconds);
-    for (;;) {
+    Within(seconds, [this] {
         int status = 0;
-        pid_t r = ::waitpid(m_pid, &status, WNOHANG);
-        if (r == m_pid) {
-            m_bExited = true;
-            m_nExitStatus = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
-            return m_nExitStatus;
-        }
-        if (std::chrono::steady_clock::now() >= deadline)
-            return -1;
-        std::this_thread::sleep_for(std::chrono::milliseconds(10));
-    }
+        if (m_bExited || ::waitpid(m_pid, &status, WNOHANG) != m_pid)
+            return m_bExited;
+        m_bExited = true;
+        m_nExitStatus = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+        return true;
+    });
+    return m_bExited ? m_nExitStatus : -1;
 }
 
 int HostProcess::Terminate(double seconds) {
@@ -267,14 +187,9 @@ int HostProcess::Terminate(double seconds) {
 std::string HostProcess::Stdout() const {
     return ws_test::ReadFile(m_tree.Path("stdout.txt"));
 }
+
 bool HostProcess::WaitForOutput(const std::string& text, double seconds) const {
-    auto deadline = std::chrono::steady_clock::now() + std::chrono::duration<double>(seconds);
-    while (Stdout().find(text) == std::string::npos) {
-        if (std::chrono::steady_clock::now() >= deadline)
-            return false;
-        std::this_thread::sleep_for(std::chrono::milliseconds(20));
-    }
-    return true;
+    return Within(seconds, [&] { return Stdout().find(text) != std::string::npos; });
 }
 
 std::string HostProcess::Stderr() const {

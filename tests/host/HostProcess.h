@@ -71,7 +71,6 @@ public:
     // Sends SIGTERM and waits up to `seconds`; the exit status, or -1 when it did not end in time.
     int Terminate(double seconds);
     int Port() const { return m_nPort; }
-    pid_t Pid() const { return m_pid; }
     std::string Stdout() const;
     std::string Stderr() const;
     // Waits up to `seconds` for `text` on standard output (e.g. the library's "Session End

@@ -158,12 +158,6 @@ int Login(st_wh_info* info, void*) {
     return 0;
 }
 
-int Logout(st_wh_info* info, void*) {
-    BSEraseSession(BSCheckQvSession(info));
-    CBSWork().SendInfoToWeb(info, "bye", 2, false, 0, "text/plain");
-    return 0;
-}
-
 // A state-changing request as the console writes them: gate with session check, then the CSRF
 // check, then the success envelope. A refusal the gate does not word gets 400.
 int Guarded(st_wh_info* info, void*) {
@@ -201,12 +195,11 @@ extern "C" WH_MODULE_EXPORT int wh_module_register(WhRegistry* reg) {
     const struct {
         const char* path;
         WhHandler handler;
-    } kRoutes[] = {{"plain", &Plain},     {"big", &Big},         {"redirect", &Redirect},
-                   {"cookies", &Cookies}, {"stream", &Stream},   {"release", &Release},
-                   {"forever", &Forever}, {"echo", &Echo},       {"echocount", &EchoCount},
-                   {"record", &Record},   {"silent", &Silent},   {"login", &Login},
-                   {"logout", &Logout},   {"guarded", &Guarded}, {"dir/", &Record},
-                   {"bench", &Bench}};
+    } kRoutes[] = {{"plain", &Plain},     {"big", &Big},       {"redirect", &Redirect},
+                   {"cookies", &Cookies}, {"stream", &Stream}, {"release", &Release},
+                   {"forever", &Forever}, {"echo", &Echo},     {"echocount", &EchoCount},
+                   {"record", &Record},   {"silent", &Silent}, {"login", &Login},
+                   {"guarded", &Guarded}, {"dir/", &Record},   {"bench", &Bench}};
     for (const auto& r : kRoutes) {
         if (reg->addHandler(reg, r.path, r.handler, nullptr) != 0)
             return -1;

@@ -95,21 +95,19 @@ protected:
         EXPECT_TRUE(conn.Send(req) && conn.Read(res));
         return res;
     }
-    static Json::Value Post(const CHost& h, const std::string& target, const std::string& cookies,
-                            const std::string& body) {
-        HttpResponse res = Call(h, target, cookies, &body);
+    static Json::Value Parse(const HttpResponse& res) {
         Json::Value v;
         std::unique_ptr<Json::CharReader> r(Json::CharReaderBuilder().newCharReader());
         EXPECT_TRUE(r->parse(res.body.data(), res.body.data() + res.body.size(), &v, nullptr))
             << res.body;
         return v;
     }
+    static Json::Value Post(const CHost& h, const std::string& target, const std::string& cookies,
+                            const std::string& body) {
+        return Parse(Call(h, target, cookies, &body));
+    }
     static Json::Value Get(const CHost& h, const std::string& target, const std::string& cookies) {
-        HttpResponse res = Call(h, target, cookies);
-        Json::Value v;
-        std::unique_ptr<Json::CharReader> r(Json::CharReaderBuilder().newCharReader());
-        EXPECT_TRUE(r->parse(res.body.data(), res.body.data() + res.body.size(), &v, nullptr));
-        return v;
+        return Parse(Call(h, target, cookies));
     }
     // "name=value" of the Set-Cookie header for `name`.
     static std::string Cookie(const HttpResponse& res, const std::string& name) {
@@ -122,16 +120,13 @@ protected:
     static std::string Token(const CHost& h) {
         return Cookie(Call(h, "/api/token", ""), "CSRF-TOKEN");
     }
-    // A log-in on `h` with the code form `key` (from `from`); the answer.
+    // A log-in on `h` with the code form `key`; the answer.
     static Json::Value LogIn(const CHost& h, const std::string& key, HttpResponse* res = nullptr) {
-        std::string body = std::string("user=admin&password=right-pass&code=") + kCode;
+        const std::string body = std::string("user=admin&password=right-pass&code=") + kCode;
         HttpResponse r = Call(h, "/api/login", key + "; " + Token(h), &body);
         if (res != nullptr)
             *res = r;
-        Json::Value v;
-        std::unique_ptr<Json::CharReader> rd(Json::CharReaderBuilder().newCharReader());
-        EXPECT_TRUE(rd->parse(r.body.data(), r.body.data() + r.body.size(), &v, nullptr));
-        return v;
+        return Parse(r);
     }
     static std::string CodeKey(const CHost& h) {
         return Cookie(Call(h, "/api/code", ""), "qv_codekey");

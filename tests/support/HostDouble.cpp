@@ -56,32 +56,7 @@ HostDouble& HostDouble::NoBody() {
 }
 HostDouble& HostDouble::Peer(const std::string& address) {
     m_strPeer = address;
-    m_bPeerFails = false;
     return *this;
-}
-HostDouble& HostDouble::PeerFails() {
-    m_bPeerFails = true;
-    return *this;
-}
-HostDouble& HostDouble::Header(const std::string& name, const std::string& value) {
-    m_resp.headers[name] = value;
-    return *this;
-}
-HostDouble& HostDouble::DocPath(const std::string& path) {
-    m_strDocPath = path;
-    return *this;
-}
-
-void HostDouble::ClearRecord() {
-    m_nReadBodyCalls = 0;
-    m_nEncodeCalls = 0;
-    m_vecHeads.clear();
-    m_strBodySent.clear();
-    m_vecChunks.clear();
-    m_lstEncoded.clear();
-    std::map<std::string, std::string> headers = m_resp.headers;
-    m_resp = st_wh_resp();
-    m_resp.headers = headers;
 }
 
 bool HostDouble::Answered() const {
@@ -118,7 +93,7 @@ const char* HostDouble::ReadBody(void* connId, uint32_t* length) {
 
 bool HostDouble::GetServerVariable(void* connId, int32_t var, char* buf, uint32_t* size) {
     HostDouble* self = static_cast<HostDouble*>(connId);
-    if (self->m_bPeerFails || var != WH_VAR_PEER_ADDRESS || buf == nullptr || size == nullptr ||
+    if (var != WH_VAR_PEER_ADDRESS || buf == nullptr || size == nullptr ||
         self->m_strPeer.size() >= *size) {
         return false;
     }
@@ -147,7 +122,6 @@ const char* HostDouble::EncodeBody(void* connId, const char* data, uint32_t* len
                                    int32_t /*mode*/) {
     // The double "encodes" by copying, so the body sent can still be read as text.
     HostDouble* self = static_cast<HostDouble*>(connId);
-    ++self->m_nEncodeCalls;
     self->m_lstEncoded.emplace_back(data, *length);
     return self->m_lstEncoded.back().data();
 }

@@ -38,22 +38,14 @@ public:
     HostDouble& Body(const std::string& body);
     HostDouble& NoBody();
     HostDouble& Peer(const std::string& address);  // getServerVariable(2)
-    HostDouble& PeerFails();                       // getServerVariable answers false
-    HostDouble& Header(const std::string& name, const std::string& value);
-    HostDouble& DocPath(const std::string& path);
-    // Starts a new request on the same double: clears what was recorded, keeps the request.
-    void ClearRecord();
 
     // ---- what the library did ----------------------------------------------------------
     int ReadBodyCalls() const { return m_nReadBodyCalls; }
     int SendHeadCalls() const { return static_cast<int>(m_vecHeads.size()); }
-    int EncodeCalls() const { return m_nEncodeCalls; }
     // The response heads as they stood at each sendHead.
     const std::vector<st_wh_resp>& Heads() const { return m_vecHeads; }
     // Every byte given to writeBody, in order.
     const std::string& BodySent() const { return m_strBodySent; }
-    // Every writeChunk call: bytes and mode.
-    const std::vector<std::pair<std::string, int32_t>>& Chunks() const { return m_vecChunks; }
     // True when anything at all went out (a head, body bytes or a chunk).
     bool Answered() const;
 
@@ -79,14 +71,12 @@ private:
     std::string m_strBody;
     bool m_bHasBody = false;
     std::string m_strPeer = "127.0.0.1";
-    bool m_bPeerFails = false;
     std::string m_strDocPath = "/srv/hdoc";
 
     int m_nReadBodyCalls = 0;
-    int m_nEncodeCalls = 0;
     std::vector<st_wh_resp> m_vecHeads;
     std::string m_strBodySent;
-    std::vector<std::pair<std::string, int32_t>> m_vecChunks;
+    std::vector<std::pair<std::string, int32_t>> m_vecChunks;  // every writeChunk: bytes, mode
     std::list<std::string> m_lstEncoded;  // buffers handed out by encodeBody (stable addresses)
 };
 

@@ -48,23 +48,10 @@ PgServer::~PgServer() {
         ::close(m_nWatchdogFd);
 }
 
-bool PgServer::Run(const std::vector<std::string>& args, bool asServerUser) const {
-    std::vector<char*> argv;
-    for (const std::string& a : args)
-        argv.push_back(const_cast<char*>(a.c_str()));
-    argv.push_back(nullptr);
-    std::string log = m_strDir + "/tools.log";
+bool PgServer::Run(const std::vector<std::string>& args) const {
     const struct passwd* pw = ServerAccount();
-    pid_t pid = ::fork();
-    if (pid == 0) {
-        int fd = ::open(log.c_str(), O_WRONLY | O_CREAT | O_APPEND, 0644);
-        ::dup2(fd, 1);
-        ::dup2(fd, 2);
-        if (asServerUser)
-            BecomeServerUser(pw);
-        ::execv(argv[0], argv.data());
-        ::_exit(127);
-    }
+    const std::string log = m_strDir + "/tools.log";
+    pid_t pid = Spawn(args, log, log, [pw] { BecomeServerUser(pw); });
     int status = 0;
     return pid > 0 && ::waitpid(pid, &status, 0) == pid && WIFEXITED(status) &&
            WEXITSTATUS(status) == 0;
@@ -92,35 +79,25 @@ bool PgServer::Start(std::string* error) {
             return false;
         data = m_strDir + "/data";
         if (!Run({BinDir() + "/initdb", "-D", data, "-A", "trust", "-U", m_strUser, "-E", "UTF8",
-                  "--locale=C", "--no-sync"},
-                 true)) {
+                  "--locale=C", "--no-sync"})) {
             if (error)
                 *error = "initdb failed: " + ReadFile(m_strDir + "/tools.log");
             return false;
         }
-        // The watchdog: waits for this process to close its end of the pipe (or to die), then
-        // stops the server and removes the directory.
+        // The watchdog: a shell that reads the pipe until this process closes its end (or dies),
+        // then stops the server and removes the directory.
         int fds[2];
         if (::pipe2(fds, O_CLOEXEC) != 0)
             return false;
-        std::string cleanup = "'" + BinDir() + "/pg_ctl' -D '" + data +
-                              "' -m immediate stop >/dev/null 2>&1; rm -rf '" + m_strDir + "'";
-        pid_t pid = ::fork();
-        if (pid == 0) {
-            int null = ::open("/dev/null", O_RDWR);
-            for (int fd : {0, 1, 2})
-                ::dup2(null, fd);
-            for (int fd = 3; fd < 1024; ++fd) {
-                if (fd != fds[0])
-                    ::close(fd);
-            }
+        const std::string cleanup = "cat; '" + BinDir() + "/pg_ctl' -D '" + data +
+                                    "' -m immediate stop >/dev/null 2>&1; rm -rf '" + m_strDir +
+                                    "'";
+        Spawn({"/bin/sh", "-c", cleanup}, "/dev/null", "/dev/null", [&] {
+            ::dup2(fds[0], 0);  // dup2 drops close-on-exec for the copy only
+            for (int fd = 3; fd < 1024; ++fd)
+                ::close(fd);
             BecomeServerUser(pw);
-            char c;
-            while (::read(fds[0], &c, 1) > 0) {
-            }
-            ::execl("/bin/sh", "sh", "-c", cleanup.c_str(), static_cast<char*>(nullptr));
-            ::_exit(127);
-        }
+        });
         ::close(fds[0]);
         m_nWatchdogFd = fds[1];
     }
@@ -129,8 +106,7 @@ bool PgServer::Start(std::string* error) {
                           " -c listen_addresses= -c shared_buffers=16MB -c fsync=off"
                           " -c max_connections=200 -c deadlock_timeout=100ms";
     m_bRunning = Run({BinDir() + "/pg_ctl", "-D", data, "-l", m_strDir + "/server.log", "-w", "-t",
-                      "60", "-o", options, "start"},
-                     true);
+                      "60", "-o", options, "start"});
     if (!m_bRunning && error)
         *error = "pg_ctl start failed: " + ReadFile(m_strDir + "/server.log");
     return m_bRunning;
@@ -139,8 +115,7 @@ bool PgServer::Start(std::string* error) {
 bool PgServer::Stop(const char* mode) {
     if (!m_bRunning)
         return true;
-    m_bRunning =
-        !Run({BinDir() + "/pg_ctl", "-D", m_strDir + "/data", "-m", mode, "-w", "stop"}, true);
+    m_bRunning = !Run({BinDir() + "/pg_ctl", "-D", m_strDir + "/data", "-m", mode, "-w", "stop"});
     return !m_bRunning;
 }
 

@@ -38,7 +38,8 @@ public:
     static PgServer& Shared();
 
 private:
-    bool Run(const std::vector<std::string>& args, bool asServerUser) const;
+    // Runs a server tool as the server's account; true when it exited with 0.
+    bool Run(const std::vector<std::string>& args) const;
 
     std::string m_strDir;  // the temporary directory: data/, the socket, server.log
     std::string m_strUser;

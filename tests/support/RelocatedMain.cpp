@@ -27,17 +27,13 @@ int main(int argc, char** argv) {
             return 2;
         }
         ::setenv("WS_TEST_ROOT", tree.Root().c_str(), 1);
-        pid_t pid = ::fork();
-        if (pid == 0) {
-            std::vector<char*> args(argv, argv + argc);
-            args[0] = const_cast<char*>(copy.c_str());
-            args.push_back(nullptr);
-            ::execv(copy.c_str(), args.data());
-            ::_exit(127);
-        }
+        std::vector<std::string> args(argv, argv + argc);
+        args[0] = copy;
+        pid_t pid = ws_test::Spawn(args, "", "");
         int status = 0;
         ::waitpid(pid, &status, 0);
-        if (WIFEXITED(status)) return WEXITSTATUS(status);
+        if (WIFEXITED(status))
+            return WEXITSTATUS(status);
         return 128 + (WIFSIGNALED(status) ? WTERMSIG(status) : 0);
     }
     ::testing::InitGoogleTest(&argc, argv);

@@ -1,6 +1,9 @@
 // Test support: private installation trees under a temporary directory, and small file helpers.
 #pragma once
 
+#include <sys/types.h>
+
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -31,9 +34,16 @@ std::string InstallRoot();
 bool CopyExecutable(const std::string& from, const std::string& to);
 
 // Runs `exe` with `args` and returns what it printed on standard output; `status` receives the
-// exit status (or -1 when it could not be run).
+// exit status (or -1 when it could not be run). `inChild` runs in the child before the program
+// (e.g. to drop privileges).
 std::string RunAndCapture(const std::string& exe, const std::vector<std::string>& args,
-                          int* status = nullptr);
+                          int* status = nullptr, void (*inChild)() = nullptr);
+
+// Starts `argv` (argv[0] the program's path) with standard output and error written to the
+// files `out` and `err` (emptied first; the same name takes both; "" keeps the stream) after
+// `inChild` ran in the child. The child's pid, -1 when it could not be started.
+pid_t Spawn(const std::vector<std::string>& argv, const std::string& out, const std::string& err,
+            const std::function<void()>& inChild = nullptr);
 
 void WriteFile(const std::string& path, const std::string& content);
 std::string ReadFile(const std::string& path);
