@@ -12,38 +12,22 @@
 namespace {
 
 // Reads an optional "-" and the digits after it; anything else ends the number (0 if none).
-int64_t LeadingSigned(const std::string& s) {
-    size_t i = 0;
-    bool neg = false;
-    if (i < s.size() && s[i] == '-') {
-        neg = true;
-        ++i;
-    }
-    int64_t v = 0;
-    for (; i < s.size() && s[i] >= '0' && s[i] <= '9'; ++i)
-        v = v * 10 + (s[i] - '0');
-    return neg ? -v : v;
-}
-
-// The same, unsigned 64-bit: a "-" negates modulo 2^64, too many digits saturate.
-uint64_t LeadingUnsigned(const std::string& s) {
-    size_t i = 0;
-    bool neg = false;
-    if (i < s.size() && s[i] == '-') {
-        neg = true;
-        ++i;
-    }
+// Signed, or unsigned 64-bit where a "-" negates modulo 2^64 and too many digits saturate.
+uint64_t Leading(const std::string& s, bool saturate) {
+    const bool neg = !s.empty() && s[0] == '-';
     uint64_t v = 0;
     bool overflow = false;
-    for (; i < s.size() && s[i] >= '0' && s[i] <= '9'; ++i) {
+    for (size_t i = neg ? 1 : 0; i < s.size() && s[i] >= '0' && s[i] <= '9'; ++i) {
         const uint64_t d = static_cast<uint64_t>(s[i] - '0');
-        if (v > (std::numeric_limits<uint64_t>::max() - d) / 10)
-            overflow = true;
+        overflow = overflow || v > (std::numeric_limits<uint64_t>::max() - d) / 10;
         v = v * 10 + d;
     }
-    if (overflow)
+    if (saturate && overflow)
         return std::numeric_limits<uint64_t>::max();
-    return neg ? (0 - v) : v;
+    return neg ? 0 - v : v;
+}
+int64_t LeadingSigned(const std::string& s) {
+    return static_cast<int64_t>(Leading(s, false));
 }
 
 // The key byte for a pass phrase and salt, step by step from the description.
@@ -59,8 +43,8 @@ int64_t KeyByte(const std::string& pass, uint32_t salt) {
     const int64_t c = (m >> 1) + (m & 1);
     digits += std::to_string(static_cast<int32_t>(salt));
     while (digits.size() > 10) {
-        digits = std::to_string(LeadingUnsigned(digits.substr(0, 10)) +
-                                LeadingUnsigned(digits.substr(10)));
+        digits =
+            std::to_string(Leading(digits.substr(0, 10), true) + Leading(digits.substr(10), true));
     }
     const int64_t p = (int64_t{m} * LeadingSigned(digits) + c) % 2147483647;
     return p * 255 / 2147483647;
@@ -110,7 +94,7 @@ TEST_F(DecryptTest, KeyBytesOfWorkedExamples) {
     }
 }
 
-TEST_F(DecryptTest, RoundTripsOverRandomTextsAndPassPhrases) {
+TEST_F(DecryptTest, RoundTripsOverRandomTextsAndPassPhrasesAndAnyInputIsSafe) {
     for (int i = 0; i < 3000; ++i) {
         const std::string plain = RandomBytes(64);
         std::string pass = RandomBytes(40);
@@ -121,6 +105,9 @@ TEST_F(DecryptTest, RoundTripsOverRandomTextsAndPassPhrases) {
         const uint32_t salt = static_cast<uint32_t>(rng());
         ASSERT_EQ(work.decrypt(Scramble(plain, pass, salt), pass), plain)
             << "pass bytes " << pass.size() << " salt " << salt;
+        // Any bytes at all: no crash, at most one byte per pair.
+        const std::string text = RandomBytes(40);
+        EXPECT_LE(work.decrypt(text, pass).size(), text.size() / 2 + 1);
     }
 }
 
@@ -144,15 +131,6 @@ TEST_F(DecryptTest, EdgeCases) {
     EXPECT_EQ(out[1], out[3]);
     const std::string scrambled = Scramble("aXaXa", pass, salt);
     EXPECT_EQ(scrambled.substr(0, 2), scrambled.substr(4, 2));
-}
-
-TEST_F(DecryptTest, RandomInputNeverCrashes) {
-    for (int i = 0; i < 5000; ++i) {
-        const std::string text = RandomBytes(40);
-        const std::string pass = RandomBytes(20);
-        const std::string out = work.decrypt(text, pass);
-        EXPECT_LE(out.size(), text.size() / 2 + 1);
-    }
 }
 
 }  // namespace
