@@ -39,31 +39,31 @@ std::vector<std::string> Probe(const std::string& root, const std::string& relat
     return lines;
 }
 
-TEST(QvUtilPathTest, ExecutableUnderServer) {
+TEST(QvUtilPathTest, InstallationFoundAboveTheExecutable) {
     ws_test::TempTree tree("qvpath");
-    auto out = Probe(tree.Root(), "opt/a/Server/bin/x");
-    EXPECT_EQ(out[0], tree.Path("opt/a/Server"));
-    EXPECT_EQ(out[1], tree.Path("opt/a/Server"));
-    EXPECT_EQ(out[2], tree.Path("opt/a/Server/bin"));
-    EXPECT_EQ(out[3], tree.Path("opt/a/Server"));
-}
-
-TEST(QvUtilPathTest, ExecutableElsewhere) {
-    ws_test::TempTree tree("qvpath");
-    auto out = Probe(tree.Root(), "opt/a/b/bin/x");
-    EXPECT_EQ(out[0], tree.Path("opt/a/b"));
-    EXPECT_EQ(out[1], "");
-    EXPECT_EQ(out[2], tree.Path("opt/a/b/bin"));
-}
-
-TEST(QvUtilPathTest, ServerDeeperAboveTheExecutableAndOtherNames) {
-    ws_test::TempTree tree("qvpath");
-    auto out = Probe(tree.Root(), "opt/Server/x/bin/y");
-    EXPECT_EQ(out[0], tree.Path("opt/Server"));
-    EXPECT_EQ(out[1], tree.Path("opt/Server"));
-    EXPECT_EQ(Probe(tree.Root(), "opt/Server/x/bin/y", {"x"})[1], tree.Path("opt/Server/x"));
-    EXPECT_EQ(Probe(tree.Root(), "opt/Server/x/bin/y", {"y"})[1], tree.Path("opt/Server/x/bin/y"));
-    EXPECT_EQ(Probe(tree.Root(), "opt/Server/x/bin/y", {"Serv"})[1], "");
+    // Install path, GetQVInstallPath(name), run path, the other install path; relative to the
+    // tree, "-" for "".
+    const struct {
+        const char* exe;
+        const char* name;  // nullptr: "Server"
+        std::vector<std::string> want;
+    } cases[] = {
+        {"a/Server/bin/x", nullptr, {"a/Server", "a/Server", "a/Server/bin", "a/Server"}},
+        {"a/b/bin/x", nullptr, {"a/b", "-", "a/b/bin", "-"}},
+        {"Server/x/bin/y", nullptr, {"Server", "Server", "Server/x/bin", "Server"}},
+        {"Server/x/bin/y", "x", {"Server", "Server/x", "Server/x/bin", "Server"}},
+        {"Server/x/bin/y", "y", {"Server", "Server/x/bin/y", "Server/x/bin", "Server"}},
+        {"Server/x/bin/y", "Serv", {"Server", "-", "Server/x/bin", "Server"}},
+    };
+    for (const auto& c : cases) {
+        std::vector<std::string> want;
+        for (const std::string& w : c.want)
+            want.push_back(w == "-" ? "" : tree.Path(w));
+        std::vector<std::string> args;
+        if (c.name)
+            args.push_back(c.name);
+        EXPECT_EQ(Probe(tree.Root(), c.exe, args), want) << c.exe << " " << (c.name ? c.name : "");
+    }
 }
 
 TEST(QvUtilPathTest, SymlinksAreResolved) {
@@ -153,28 +153,22 @@ TEST(QvUtilTest, DurationLabels) {
 }
 
 TEST(QvUtilTest, TruncateCountsHighBytesAsTwoByteCharacters) {
-    std::string s = "abc";
-    EXPECT_EQ(CQvUtil::TruncateString(s, 3), 3);
-    EXPECT_EQ(CQvUtil::TruncateString(s, 10), 10);
-    EXPECT_EQ(s, "abc");
-    EXPECT_EQ(CQvUtil::TruncateString(s, 2), 2);
-    EXPECT_EQ(s, "ab");
-    // "中" is three bytes in UTF-8, but a high byte always counts as a two-byte character.
-    std::string u =
-        "\xe4\xb8\xad"
-        "a";
-    CQvUtil::TruncateString(u, 1);
-    EXPECT_EQ(u, "\xe4\xb8");
-    std::string v =
-        "\xe4\xb8\xad"
-        "ab";
-    CQvUtil::TruncateString(v, 2);
-    EXPECT_EQ(v,
-              "\xe4\xb8\xad"
-              "a");
-    std::string w = "a\xe4";
-    CQvUtil::TruncateString(w, 1);
-    EXPECT_EQ(w, "a");
+    // "中" is three bytes in UTF-8, but a high byte always counts as a two-byte character. The
+    // result is the count asked for when nothing is cut, else the bytes kept.
+    const struct {
+        std::string text;
+        int count;
+        int result;
+        std::string kept;
+    } cases[] = {
+        {"abc", 3, 3, "abc"},      {"abc", 10, 10, "abc"}, {"abc", 2, 2, "ab"},
+        {"中a", 1, 2, "\xe4\xb8"}, {"中ab", 2, 4, "中a"},  {"a\xe4", 1, 1, "a"},
+    };
+    for (const auto& c : cases) {
+        std::string text = c.text;
+        EXPECT_EQ(CQvUtil::TruncateString(text, c.count), c.result) << c.text << " " << c.count;
+        EXPECT_EQ(text, c.kept) << c.text << " " << c.count;
+    }
 }
 
 TEST(QvUtilTest, Identifiers) {
@@ -253,14 +247,6 @@ TEST(QvUtilTest, SmallHelpers) {
     EXPECT_EQ(CQvUtil::GetFilenameExtension("c:\\d.e\\f.txt"), "txt");
     EXPECT_EQ(CQvUtil::GetFilenameExtension("dir.x/file"), "");
     EXPECT_EQ(CQvUtil::JsonString("a\\b\"c\n"), "a\\\\b\\\"c\n");
-    EXPECT_TRUE(CQvUtil::IsUrlHttps("https://h/"));
-    EXPECT_FALSE(CQvUtil::IsUrlHttps("HTTPS://h/"));
-    EXPECT_FALSE(CQvUtil::IsUrlHttps("http://h/"));
-    EXPECT_FALSE(CQvUtil::IsUrlHttps("https:/"));
-    EXPECT_EQ(CQvUtil::QvSaveDataToShowStat(4), 3);
-    EXPECT_EQ(CQvUtil::QvSaveDataToShowStat(5), 5);
-    EXPECT_EQ(CQvUtil::QvSaveDataToSrcStat(4), 4);
-    EXPECT_EQ(CQvUtil::GetRegKeyValue("p", "k"), "");
 }
 
 }  // namespace
