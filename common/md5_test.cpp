@@ -52,29 +52,20 @@ TEST(Md5Test, KnownDigestsOneShotAndByteByByte) {
     }
 }
 
-TEST(Md5Test, LargeRandomBufferSplitAtOddBoundaries) {
+TEST(Md5Test, RandomBufferSplitAtOddBoundaries) {
     std::mt19937 rng(12345);
-    std::vector<unsigned char> data(3 * 1024 * 1024 + 37);
+    std::vector<unsigned char> data(300 * 1024 + 37);
     for (auto& b : data)
         b = static_cast<unsigned char>(rng());
     const std::string oneShot = MD5(data.data(), data.size()).toString();
-    for (int round = 0; round < 4; ++round) {
+    for (size_t most : {3, 70, 5000}) {  // pieces within a block, around one, over many
         MD5 md5;
-        size_t pos = 0;
-        std::uniform_int_distribution<size_t> piece(0, round == 0 ? 3 : 5000);
-        while (pos < data.size()) {
-            size_t n = std::min(piece(rng), data.size() - pos);
+        for (size_t pos = 0, n; pos < data.size(); pos += n) {
+            n = std::min(std::uniform_int_distribution<size_t>(0, most)(rng), data.size() - pos);
             md5.update(data.data() + pos, n);
-            pos += n;
         }
-        EXPECT_EQ(md5.toString(), oneShot) << round;
+        EXPECT_EQ(md5.toString(), oneShot) << most;
     }
-    // Unaligned start inside the caller's buffer.
-    MD5 shifted;
-    shifted.update(data.data() + 1, 1000);
-    EXPECT_EQ(shifted.toString(),
-              MD5(std::vector<unsigned char>(data.begin() + 1, data.begin() + 1001).data(), 1000)
-                  .toString());
 }
 
 TEST(Md5Test, DigestFinishesOnceAndResetStartsAgain) {

@@ -1,48 +1,17 @@
-// Tests of BSCheckXSS: the listed cases, the tag list, concurrent first use, and equivalence
-// with a straightforward implementation over many random parameter maps.
+// Tests of BSCheckXSS: the listed cases (the rules and every path of the scan for tags), the tag
+// list, concurrent first use, the callback parameter and the walk order.
 #include "protect/XssFilter.h"
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <atomic>
-#include <cctype>
-#include <random>
-#include <regex>
 #include <thread>
 #include <vector>
 
 namespace {
 
 using Params = std::map<std::string, std::string>;
-
-// The filter written out plainly: every value is lowered, stripped of blanks and searched for
-// every tag of the list.
-uint32_t ReferenceCheck(Params& params) {
-    for (auto& kv : params) {
-        std::string& value = kv.second;
-        if (kv.first == "callbackparam") {
-            if (value.find('<') == std::string::npos)
-                continue;
-            value = "1111";
-            return 0;
-        }
-        std::string test;
-        for (char c : value) {
-            if (c != ' ')
-                test += static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
-        }
-        bool refused = test.size() > 2 && test.front() == '<' && test.back() == '>';
-        for (const std::string& tag : g_lstHtTag)
-            refused = refused || test.find(tag) != std::string::npos;
-        if (refused) {
-            value = std::regex_replace(std::regex_replace(value, std::regex("<"), "&lt;"),
-                                       std::regex(">"), "&gt;");
-            return 0;
-        }
-    }
-    return 1;
-}
 
 class XssFilterTest : public ::testing::Test {};
 
@@ -89,6 +58,16 @@ TEST_F(XssFilterTest, ListedCases) {
         {"x<script src=x>", 1, "x<script src=x>"},      // the tag is compared whole
         {"x <On Click>y", 0, "x &lt;On Click&gt;y"},    // event names as bracketed tags
         {"1 < 2 and 3 > 2", 1, "1 < 2 and 3 > 2"},
+        // The scan over the "<" of a value: a "<" before the tag's own, a second "<" before the
+        // first ">", a tag after a pair that is none, a ">" first, no ">" at all.
+        {"x<<script>", 0, "x&lt;&lt;script&gt;"},
+        {"x<a<meta>y", 0, "x&lt;a&lt;meta&gt;y"},
+        {"a<b>c<Meta>", 0, "a&lt;b&gt;c&lt;Meta&gt;"},
+        {"x>a<i>b<onload >", 0, "x&gt;a&lt;i&gt;b&lt;onload &gt;"},
+        {"x<script", 1, "x<script"},
+        {"x<scr\tipt>", 1, "x<scr\tipt>"},  // only blanks are removed
+        {"\xe4<meta>x", 0, "\xe4&lt;meta&gt;x"},
+        {"x<onunload>", 0, "x&lt;onunload&gt;"},  // the last tag of the list
         {"plain", 1, "plain"},
         {"", 1, ""},
     };
@@ -118,33 +97,6 @@ TEST_F(XssFilterTest, CallbackAndWalkOrder) {
     EXPECT_EQ(BSCheckXSS(order), 0u);
     EXPECT_EQ(order["a"], "&lt;b&gt;");
     EXPECT_EQ(order["b"], "<i>");
-}
-
-TEST_F(XssFilterTest, SameResultsAsPlainScanOnRandomMaps) {
-    std::mt19937 rng(7);
-    const std::vector<std::string> pieces = {"<",      ">",      " ",
-                                             "script", "ONLOAD", "a",
-                                             "B",      "<meta>", "< s c r i p t >",
-                                             "x",      "&",      "\xe4\xb8\xad",
-                                             "\x80",   "="};
-    int refusedSeen = 0;
-    for (int i = 0; i < 20000; ++i) {
-        Params p;
-        for (int k = static_cast<int>(rng() % 4); k > 0; --k) {
-            std::string& value =
-                p[rng() % 8 == 0 ? "callbackparam" : std::string(1, 'a' + rng() % 5)];
-            for (int j = static_cast<int>(rng() % 6); j > 0; --j)
-                value += pieces[rng() % pieces.size()];
-            for (int j = rng() % 5 == 0 ? 8 : 0; j > 0; --j)  // raw bytes, any value
-                value += static_cast<char>(rng());
-        }
-        Params q = p;
-        const uint32_t got = BSCheckXSS(p);
-        ASSERT_EQ(got, ReferenceCheck(q)) << i;
-        ASSERT_EQ(p, q) << i;
-        refusedSeen += got == 0;
-    }
-    EXPECT_GT(refusedSeen, 1000);  // the random maps exercise both outcomes
 }
 
 }  // namespace
