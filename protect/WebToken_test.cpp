@@ -179,6 +179,7 @@ TEST_F(WebTokenTest, EveryAnswerHasItsMessageAndSender) {
         {"session of another address", {token, "tok-bound", "10.0.0.2"}, 0, "", kRefused},
         {"gate refused", {token, "", kPeer, kPage, host, xss}, 0, "", kRefused},
         {"no referring page", {token, "", kPeer, ""}, 0, "cb", "请求不合法"},
+        {"no referring page, no host", {token, "", kPeer, "", ""}, 0, "cb", "请求不合法"},
         {"host not within the page", {token, "", kPeer, other}, 0, "cb", "请求不合法"},
         {"no token cookie", {"", "tok-bound"}, 0, "cb", "请求非法"},
         {"fresh token without its file", {unsaved}, 0, "cb", "请求不合法,token保存失败"},
