@@ -24,78 +24,49 @@ protected:
         ws_test::WriteFile(m_strPath, content);
         return ini.Init(m_strPath) ? 0 : -1;
     }
-    std::list<std::string> Sections(CIniFile& ini) {
-        std::list<std::string> names;
-        ini.GetSectionNames(names);
-        return names;
+    // Everything the object holds, in the file format.
+    static std::string Held(CIniFile& ini) {
+        ::testing::internal::CaptureStdout();
+        EXPECT_EQ(ini.Dump(), 0);
+        return ::testing::internal::GetCapturedStdout();
     }
 };
 
-TEST_F(IniFileTest, KeyBeforeAnySectionFailsWithNothingStored) {
-    CIniFile ini;
-    EXPECT_EQ(LoadInto(ini, "b=1\n[s]\nk = v \n"), -1);
-    EXPECT_TRUE(Sections(ini).empty());
-}
-
-TEST_F(IniFileTest, SectionNamesAreTrimmedAndValuesKeepLaterEqualsSigns) {
-    CIniFile ini;
-    ASSERT_EQ(LoadInto(ini, "[ s ]\nk=v=w\n  spaced key \t=\t spaced value \r\n"), 0);
-    EXPECT_EQ(ini.GetIniSetting("s", "k", "d"), "v=w");
-    EXPECT_EQ(ini.GetIniSetting("s", "spaced key", "d"), "spaced value");
-}
-
-TEST_F(IniFileTest, LaterDefinitionWins) {
-    CIniFile ini;
-    ASSERT_EQ(LoadInto(ini, "[s]\nk=1\n[t]\nx=0\n[s]\nk=2\n"), 0);
-    EXPECT_EQ(ini.GetIniSetting("s", "k", "d"), "2");
-}
-
-TEST_F(IniFileTest, EmptyKeysAndLinesWithoutEqualsAreIgnored) {
-    CIniFile ini;
-    ASSERT_EQ(LoadInto(ini, "[s]\n=v\nnoequals\n[empty]\n"), 0);
-    EXPECT_TRUE(Sections(ini).empty());  // no key stored, so no section survives
-}
-
-TEST_F(IniFileTest, OpenBracketWithoutCloseFails) {
-    CIniFile ini;
-    EXPECT_EQ(LoadInto(ini, "[a]\nx=1\n[s\nk=v\n"), -1);
-    // What came before the bad line stays.
-    EXPECT_EQ(ini.GetIniSetting("a", "x", "d"), "1");
-    EXPECT_EQ(ini.GetIniSetting("s", "k", "d"), "d");
-}
-
-TEST_F(IniFileTest, ThereIsNoCommentCharacter) {
-    CIniFile ini;
-    ASSERT_EQ(LoadInto(ini, "[s]\n# x=1\n; a=b\n; note\n"), 0);
-    EXPECT_EQ(ini.GetIniSetting("s", "# x", "d"), "1");
-    EXPECT_EQ(ini.GetIniSetting("s", "; a", "d"), "b");
-    std::map<std::string, std::string> keys;
-    ASSERT_TRUE(ini.GetSection("s", keys));
-    EXPECT_EQ(keys.size(), 2u);
-}
-
-TEST_F(IniFileTest, AnyBracketMakesAHeaderAndAnEmptyNameFailsTheNextKey) {
-    CIniFile ini;
-    EXPECT_EQ(LoadInto(ini, "[s]\nurl=http://h/[x]\n"), 0);
-    EXPECT_EQ(ini.GetIniSetting("x", "url", "d"), "d");  // the line became section "x"
-    CIniFile other;
-    EXPECT_EQ(LoadInto(other, "[ ]\nk=v\n"), -1);
-}
-
-TEST_F(IniFileTest, LongPhysicalLinesArriveInPiecesOf1023) {
-    CIniFile ini;
-    std::string value(1100, 'v');
-    ASSERT_EQ(LoadInto(ini, "[s]\nk=" + value + "\nnext=1\n"), 0);
-    EXPECT_EQ(ini.GetIniSetting("s", "k", "d"), std::string(1021, 'v'));
-    EXPECT_EQ(ini.GetIniSetting("s", "next", "d"), "1");
+TEST_F(IniFileTest, LoadRules) {
+    const std::string v1100(1100, 'v'), v1021(1021, 'v');
+    const struct {
+        const char* what;
+        std::string content;
+        int result;
+        std::string held;
+    } cases[] = {
+        {"key before any section: nothing stored", "b=1\n[s]\nk = v \n", -1, ""},
+        {"names and values trimmed, later \"=\" kept",
+         "[ s ]\nk=v=w\n  spaced key \t=\t spaced value \r\n", 0,
+         "[s]\nk=v=w\nspaced key=spaced value\n\n"},
+        {"later definition wins", "[s]\nk=1\n[t]\nx=0\n[s]\nk=2\n", 0, "[s]\nk=2\n\n[t]\nx=0\n\n"},
+        {"empty keys and lines without \"=\" ignored, no section without a key",
+         "[s]\n=v\n \t=w\nnoequals\n[empty]\n", 0, ""},
+        {"blank value", "[s]\nk= \t\r\n", 0, "[s]\nk=\n\n"},
+        {"\"[\" without \"]\": what came before stays", "[a]\nx=1\n[s\nk=v\n", -1, "[a]\nx=1\n\n"},
+        {"no comment character", "[s]\n# x=1\n; a=b\n; note\n", 0, "[s]\n# x=1\n; a=b\n\n"},
+        {"any bracket makes a header", "[s]\nurl=http://h/[x]\n", 0, ""},
+        {"an empty section name fails the next key", "[ ]\nk=v\n", -1, ""},
+        {"long lines arrive in pieces of 1023", "[s]\nk=" + v1100 + "\nnext=1\n", 0,
+         "[s]\nk=" + v1021 + "\nnext=1\n\n"},
+    };
+    for (const auto& c : cases) {
+        CIniFile ini;
+        EXPECT_EQ(LoadInto(ini, c.content), c.result) << c.what;
+        EXPECT_EQ(Held(ini), c.held) << c.what;
+    }
 }
 
 TEST_F(IniFileTest, LoadingAddsToWhatIsThere) {
     CIniFile ini;
     ini.PutIniSetting("mem", "only", "1");
     ASSERT_EQ(LoadInto(ini, "[s]\nk=v\n"), 0);
-    EXPECT_EQ(ini.GetIniSetting("mem", "only", "d"), "1");
-    EXPECT_EQ(ini.GetIniSetting("s", "k", "d"), "v");
+    EXPECT_EQ(Held(ini), "[mem]\nonly=1\n\n[s]\nk=v\n\n");
 }
 
 TEST_F(IniFileTest, MissingFileFailsAndDefaultsServe) {
@@ -117,9 +88,7 @@ TEST_F(IniFileTest, DefaultForMissingOrEmptyValueAndTheAddedKey) {
         EXPECT_EQ(ini.GetIniSetting("s", "empty", "d"), "d");
         EXPECT_EQ(ini.GetIniSetting("s", "k", "d"), "d");
         // Reading the missing key added it to the section, without marking a change...
-        std::map<std::string, std::string> keys;
-        ini.GetSection("s", keys);
-        EXPECT_EQ(keys.count("k"), 1u);
+        EXPECT_EQ(Held(ini), "[s]\nempty=\nk=\n\n");
     }
     EXPECT_EQ(ws_test::ReadFile(m_strPath), "[s]\nempty=\n");  // ...so nothing was saved
     {
@@ -132,16 +101,27 @@ TEST_F(IniFileTest, DefaultForMissingOrEmptyValueAndTheAddedKey) {
     EXPECT_EQ(ws_test::ReadFile(m_strPath), "[s]\na=1\nb=2\nk=\n\n");
 }
 
-TEST_F(IniFileTest, CanonicalSaveSortsSectionsAndKeys) {
+TEST_F(IniFileTest, ChangesAndTheCanonicalSave) {
     CIniFile ini(m_strPath);
     ini.PutIniSetting("b", "x", "1");
     ini.PutIniSetting("a", "y", "2");
     ini.PutIniSetting("a", "B", "3");  // byte-wise: upper case first
+    ini.PutIniSetting("a", "x", "5");
+    ini.PutIniSetting("c", "z", "6");
     ini.PutIniSetting(nullptr, "z", "4");
     ini.PutIniSetting("a", nullptr, "4");
     ini.PutIniSetting("a", "z", nullptr);
     EXPECT_EQ(ini.SaveIni(), 0);
-    EXPECT_EQ(ws_test::ReadFile(m_strPath), "[a]\nB=3\ny=2\n\n[b]\nx=1\n\n");
+    EXPECT_EQ(ws_test::ReadFile(m_strPath), "[a]\nB=3\nx=5\ny=2\n\n[b]\nx=1\n\n[c]\nz=6\n\n");
+    ini.RemoveIniSetting("a", "x");
+    ini.RemoveIniSetting("a", "missing");
+    ini.RemoveIniSetting("c", nullptr);
+    ini.RemoveIniSetting(nullptr, "y");
+    EXPECT_EQ(Held(ini), "[a]\nB=3\ny=2\n\n[b]\nx=1\n\n");
+
+    CIniFile unwritable(m_tree.Path("no/such/dir/x.ini"));
+    unwritable.PutIniSetting("s", "k", "v");
+    EXPECT_EQ(unwritable.WriteFile(), -1);
 }
 
 TEST_F(IniFileTest, DestructorSavesChangedObjectsOnly) {
@@ -169,17 +149,6 @@ TEST_F(IniFileTest, ExplicitSaveKeepsTheModifiedFlag) {
     EXPECT_EQ(ws_test::ReadFile(m_strPath), "[s]\nk=1\n\n");  // saved again by the destructor
 }
 
-TEST_F(IniFileTest, RemoveKeyOrSection) {
-    CIniFile ini;
-    ASSERT_EQ(LoadInto(ini, "[a]\nx=1\ny=2\n[b]\nz=3\n"), 0);
-    ini.RemoveIniSetting("a", "x");
-    ini.RemoveIniSetting("a", "missing");
-    ini.RemoveIniSetting("b", nullptr);
-    ini.RemoveIniSetting(nullptr, "y");
-    EXPECT_EQ(ini.SaveIni(), 0);
-    EXPECT_EQ(ws_test::ReadFile(m_strPath), "[a]\ny=2\n\n");
-}
-
 TEST_F(IniFileTest, SectionQueries) {
     CIniFile ini;
     ASSERT_EQ(LoadInto(ini, "[b]\nx=1\n[a]\ny=2\n"), 0);
@@ -192,31 +161,6 @@ TEST_F(IniFileTest, SectionQueries) {
     std::list<std::string> names = {"first"};
     EXPECT_TRUE(ini.GetSectionNames(names));
     EXPECT_EQ(names, (std::list<std::string>{"first", "a", "b"}));
-}
-
-TEST_F(IniFileTest, WriteFailsForAnUnwritablePath) {
-    CIniFile ini(m_tree.Path("no/such/dir/x.ini"));
-    ini.PutIniSetting("s", "k", "v");
-    EXPECT_EQ(ini.WriteFile(), -1);
-}
-
-TEST_F(IniFileTest, TrimStringRemovesBlanksOnly) {
-    CIniFile ini;
-    std::string a = " \t\r\nx y\t \n";
-    std::string b = " \t\r\n";
-    EXPECT_EQ(ini.TrimString(a), 0);
-    EXPECT_EQ(ini.TrimString(b), 0);
-    EXPECT_EQ(a, "x y");
-    EXPECT_EQ(b, "");
-}
-
-TEST_F(IniFileTest, DumpPrintsTheFileFormat) {
-    CIniFile ini;
-    ini.PutIniSetting("s", "k", "v");
-    ::testing::internal::CaptureStdout();
-    EXPECT_EQ(ini.Dump(), 0);
-    EXPECT_EQ(::testing::internal::GetCapturedStdout(), "[s]\nk=v\n\n");
-    ini.RemoveIniSetting("s", nullptr);
 }
 
 }  // namespace

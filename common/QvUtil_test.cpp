@@ -18,64 +18,49 @@
 
 namespace {
 
-std::vector<std::string> Lines(const std::string& text) {
-    std::vector<std::string> lines;
-    std::stringstream ss(text);
-    std::string line;
-    while (std::getline(ss, line))
-        lines.push_back(line);
-    return lines;
-}
-
-// Runs a copy of the probe placed at `root`/`relative` and returns its output lines.
-std::vector<std::string> Probe(const std::string& root, const std::string& relative,
-                               const std::vector<std::string>& args = {}) {
-    std::string exe = root + "/" + relative;
-    EXPECT_TRUE(ws_test::CopyExecutable(WS_PATH_PROBE, exe)) << exe;
-    int status = -1;
-    std::vector<std::string> lines = Lines(ws_test::RunAndCapture(exe, args, &status));
-    EXPECT_EQ(status, 0);
-    lines.resize(4);
-    return lines;
-}
-
-TEST(QvUtilPathTest, ExecutableUnderServer) {
+// Copies of the probe placed in a temporary tree (and run through a symbolic link where one is
+// given) print what they find: install path, GetQVInstallPath(name), run path, the other install
+// path; relative to the tree, "-" for "".
+TEST(QvUtilPathTest, InstallationFoundAboveTheExecutable) {
     ws_test::TempTree tree("qvpath");
-    auto out = Probe(tree.Root(), "opt/a/Server/bin/x");
-    EXPECT_EQ(out[0], tree.Path("opt/a/Server"));
-    EXPECT_EQ(out[1], tree.Path("opt/a/Server"));
-    EXPECT_EQ(out[2], tree.Path("opt/a/Server/bin"));
-    EXPECT_EQ(out[3], tree.Path("opt/a/Server"));
-}
-
-TEST(QvUtilPathTest, ExecutableElsewhere) {
-    ws_test::TempTree tree("qvpath");
-    auto out = Probe(tree.Root(), "opt/a/b/bin/x");
-    EXPECT_EQ(out[0], tree.Path("opt/a/b"));
-    EXPECT_EQ(out[1], "");
-    EXPECT_EQ(out[2], tree.Path("opt/a/b/bin"));
-}
-
-TEST(QvUtilPathTest, ServerDeeperAboveTheExecutableAndOtherNames) {
-    ws_test::TempTree tree("qvpath");
-    auto out = Probe(tree.Root(), "opt/Server/x/bin/y");
-    EXPECT_EQ(out[0], tree.Path("opt/Server"));
-    EXPECT_EQ(out[1], tree.Path("opt/Server"));
-    EXPECT_EQ(Probe(tree.Root(), "opt/Server/x/bin/y", {"x"})[1], tree.Path("opt/Server/x"));
-    EXPECT_EQ(Probe(tree.Root(), "opt/Server/x/bin/y", {"y"})[1], tree.Path("opt/Server/x/bin/y"));
-    EXPECT_EQ(Probe(tree.Root(), "opt/Server/x/bin/y", {"Serv"})[1], "");
-}
-
-TEST(QvUtilPathTest, SymlinksAreResolved) {
-    ws_test::TempTree tree("qvpath");
-    std::string real = tree.Path("opt/a/Server/bin/x");
-    ASSERT_TRUE(ws_test::CopyExecutable(WS_PATH_PROBE, real));
-    ASSERT_TRUE(ws_test::MakeDirs(tree.Path("other/bin")));
-    ASSERT_EQ(::symlink(real.c_str(), tree.Path("other/bin/link").c_str()), 0);
-    auto out = Lines(ws_test::RunAndCapture(tree.Path("other/bin/link"), {}));
-    ASSERT_GE(out.size(), 3u);
-    EXPECT_EQ(out[0], tree.Path("opt/a/Server"));
-    EXPECT_EQ(out[2], tree.Path("opt/a/Server/bin"));
+    const struct {
+        const char* exe;
+        const char* name;  // nullptr: "Server"
+        const char* link;  // nullptr: run the copy itself
+        std::vector<std::string> want;
+    } cases[] = {
+        {"a/Server/bin/x", nullptr, nullptr, {"a/Server", "a/Server", "a/Server/bin", "a/Server"}},
+        {"a/b/bin/x", nullptr, nullptr, {"a/b", "-", "a/b/bin", "-"}},
+        {"Server/x/bin/y", nullptr, nullptr, {"Server", "Server", "Server/x/bin", "Server"}},
+        {"Server/x/bin/y", "x", nullptr, {"Server", "Server/x", "Server/x/bin", "Server"}},
+        {"Server/x/bin/y", "y", nullptr, {"Server", "Server/x/bin/y", "Server/x/bin", "Server"}},
+        {"Server/x/bin/y", "Serv", nullptr, {"Server", "-", "Server/x/bin", "Server"}},
+        {"a/Server/bin/x",
+         nullptr,
+         "o/bin/l",
+         {"a/Server", "a/Server", "a/Server/bin", "a/Server"}},
+    };
+    for (const auto& c : cases) {
+        const std::string label = std::string(c.exe) + " " + (c.name ? c.name : "");
+        std::vector<std::string> want, args, got;
+        for (const std::string& w : c.want)
+            want.push_back(w == "-" ? "" : tree.Path(w));
+        if (c.name)
+            args.push_back(c.name);
+        std::string run = tree.Path(c.exe);
+        ASSERT_TRUE(ws_test::CopyExecutable(WS_PATH_PROBE, run)) << label;
+        if (c.link) {
+            ASSERT_TRUE(ws_test::MakeDirs(tree.Path("o/bin")));
+            ASSERT_EQ(::symlink(run.c_str(), tree.Path(c.link).c_str()), 0);
+            run = tree.Path(c.link);
+        }
+        int status = -1;
+        std::stringstream out(ws_test::RunAndCapture(run, args, &status));
+        for (std::string line; std::getline(out, line);)
+            got.push_back(line);
+        EXPECT_EQ(status, 0) << label;
+        EXPECT_EQ(got, want) << label;
+    }
 }
 
 class QvUtilInstallTest : public ::testing::Test {
@@ -153,28 +138,22 @@ TEST(QvUtilTest, DurationLabels) {
 }
 
 TEST(QvUtilTest, TruncateCountsHighBytesAsTwoByteCharacters) {
-    std::string s = "abc";
-    EXPECT_EQ(CQvUtil::TruncateString(s, 3), 3);
-    EXPECT_EQ(CQvUtil::TruncateString(s, 10), 10);
-    EXPECT_EQ(s, "abc");
-    EXPECT_EQ(CQvUtil::TruncateString(s, 2), 2);
-    EXPECT_EQ(s, "ab");
-    // "中" is three bytes in UTF-8, but a high byte always counts as a two-byte character.
-    std::string u =
-        "\xe4\xb8\xad"
-        "a";
-    CQvUtil::TruncateString(u, 1);
-    EXPECT_EQ(u, "\xe4\xb8");
-    std::string v =
-        "\xe4\xb8\xad"
-        "ab";
-    CQvUtil::TruncateString(v, 2);
-    EXPECT_EQ(v,
-              "\xe4\xb8\xad"
-              "a");
-    std::string w = "a\xe4";
-    CQvUtil::TruncateString(w, 1);
-    EXPECT_EQ(w, "a");
+    // "中" is three bytes in UTF-8, but a high byte always counts as a two-byte character. The
+    // result is the count asked for when nothing is cut, else the bytes kept.
+    const struct {
+        std::string text;
+        int count;
+        int result;
+        std::string kept;
+    } cases[] = {
+        {"abc", 3, 3, "abc"},      {"abc", 10, 10, "abc"}, {"abc", 2, 2, "ab"},
+        {"中a", 1, 2, "\xe4\xb8"}, {"中ab", 2, 4, "中a"},  {"a\xe4", 1, 1, "a"},
+    };
+    for (const auto& c : cases) {
+        std::string text = c.text;
+        EXPECT_EQ(CQvUtil::TruncateString(text, c.count), c.result) << c.text << " " << c.count;
+        EXPECT_EQ(text, c.kept) << c.text << " " << c.count;
+    }
 }
 
 TEST(QvUtilTest, Identifiers) {
@@ -253,14 +232,6 @@ TEST(QvUtilTest, SmallHelpers) {
     EXPECT_EQ(CQvUtil::GetFilenameExtension("c:\\d.e\\f.txt"), "txt");
     EXPECT_EQ(CQvUtil::GetFilenameExtension("dir.x/file"), "");
     EXPECT_EQ(CQvUtil::JsonString("a\\b\"c\n"), "a\\\\b\\\"c\n");
-    EXPECT_TRUE(CQvUtil::IsUrlHttps("https://h/"));
-    EXPECT_FALSE(CQvUtil::IsUrlHttps("HTTPS://h/"));
-    EXPECT_FALSE(CQvUtil::IsUrlHttps("http://h/"));
-    EXPECT_FALSE(CQvUtil::IsUrlHttps("https:/"));
-    EXPECT_EQ(CQvUtil::QvSaveDataToShowStat(4), 3);
-    EXPECT_EQ(CQvUtil::QvSaveDataToShowStat(5), 5);
-    EXPECT_EQ(CQvUtil::QvSaveDataToSrcStat(4), 4);
-    EXPECT_EQ(CQvUtil::GetRegKeyValue("p", "k"), "");
 }
 
 }  // namespace

@@ -3,76 +3,60 @@
 
 #include <gtest/gtest.h>
 
+#include <vector>
+
 namespace {
 
 using tarn::TimeSegment;
 
-TEST(TimeSegmentTest, ClampingConstructorAndAssignmentKeepSpansNonNegative) {
-    EXPECT_EQ(TimeSegment(-5L).GetTime_t(), 0);
-    EXPECT_EQ(TimeSegment(5L).GetTime_t(), 5);
-    TimeSegment s(7L);
-    s = -1L;
-    EXPECT_EQ(s.GetTime_t(), 0);
-    s = 42L;
-    EXPECT_EQ(s.GetTime_t(), 42);
+TEST(TimeSegmentTest, ArithmeticClampsExceptWhereKeptSigned) {
+    const TimeSegment neg(0, 0, 0, -10);
+    TimeSegment assignedNeg(7L), assigned(7L), plus(3L), minus(5L), minusOk(20L);
+    assignedNeg = -1L;
+    assigned = 42L;
+    plus += neg;
+    minus -= TimeSegment(9L);
+    minusOk -= TimeSegment(5L);
+    const struct {
+        const char* what;
+        TimeSegment got;
+        int64_t want;
+    } cases[] = {
+        {"negative count", TimeSegment(-5L), 0},
+        {"count", TimeSegment(5L), 5},
+        {"negative assigned", assignedNeg, 0},
+        {"assigned", assigned, 42},
+        {"four numbers keep a negative total", TimeSegment(0, 0, 0, -5), -5},
+        {"four numbers", TimeSegment(1, 2, 3, 4), 86400 + 7200 + 180 + 4},
+        {"four numbers, mixed signs", TimeSegment(0, -1, 30, 0), -1800},
+        // 25000 days do not fit in 32 bits: the total wraps instead of widening first.
+        {"four numbers wrap", TimeSegment(25000, 0, 0, 0), 2160000000LL - 4294967296LL},
+        {"+ clamps", TimeSegment(3L) + neg, 0},
+        {"+", TimeSegment(30L) + neg, 20},
+        {"+= does not clamp", plus, -7},
+        {"- saturates", TimeSegment(5L) - TimeSegment(9L), 0},
+        {"-", TimeSegment(9L) - TimeSegment(5L), 4},
+        {"-= saturates", minus, 0},
+        {"-=", minusOk, 15},
+    };
+    for (const auto& c : cases)
+        EXPECT_EQ(c.got.GetTime_t(), c.want) << c.what;
 }
 
-TEST(TimeSegmentTest, FourNumberConstructorKeepsNegativeTotalsAndWrapsIn32Bits) {
-    EXPECT_EQ(TimeSegment(0, 0, 0, -5).GetTime_t(), -5);
-    EXPECT_EQ(TimeSegment(1, 2, 3, 4).GetTime_t(), 86400 + 7200 + 180 + 4);
-    EXPECT_EQ(TimeSegment(0, -1, 30, 0).GetTime_t(), -1800);
-    // 25000 days do not fit in 32 bits: the total wraps instead of widening first.
-    EXPECT_EQ(TimeSegment(25000, 0, 0, 0).GetTime_t(), 2160000000LL - 4294967296LL);
-}
+TEST(TimeSegmentTest, ComparisonsUseTheSignedCountAndPartsTruncateTowardZero) {
+    const TimeSegment neg(0, 0, 0, -1), zero;
+    EXPECT_EQ((std::vector<bool>{neg<zero, zero> neg, neg <= neg, zero >= zero,
+                                 zero == TimeSegment(0L), neg != zero, zero<neg, neg> zero}),
+              (std::vector<bool>{true, true, true, true, true, true, false, false}));
 
-TEST(TimeSegmentTest, PlusClampsButPlusAssignDoesNot) {
-    TimeSegment neg(0, 0, 0, -10);
-    EXPECT_EQ((TimeSegment(3L) + neg).GetTime_t(), 0);
-    EXPECT_EQ((TimeSegment(30L) + neg).GetTime_t(), 20);
-    TimeSegment s(3L);
-    s += neg;
-    EXPECT_EQ(s.GetTime_t(), -7);
-}
-
-TEST(TimeSegmentTest, SubtractionSaturatesAtZero) {
-    EXPECT_EQ((TimeSegment(5L) - TimeSegment(9L)).GetTime_t(), 0);
-    EXPECT_EQ((TimeSegment(9L) - TimeSegment(5L)).GetTime_t(), 4);
-    TimeSegment s(5L);
-    s -= TimeSegment(9L);
-    EXPECT_EQ(s.GetTime_t(), 0);
-    s = 20L;
-    s -= TimeSegment(5L);
-    EXPECT_EQ(s.GetTime_t(), 15);
-}
-
-TEST(TimeSegmentTest, ComparisonsUseTheSignedCount) {
-    TimeSegment neg(0, 0, 0, -1);
-    TimeSegment zero;
-    EXPECT_TRUE(neg < zero);
-    EXPECT_TRUE(zero > neg);
-    EXPECT_TRUE(neg <= neg);
-    EXPECT_TRUE(zero >= zero);
-    EXPECT_TRUE(zero == TimeSegment(0L));
-    EXPECT_TRUE(neg != zero);
-}
-
-TEST(TimeSegmentTest, PartsAndTotals) {
-    TimeSegment s(90061L);  // 1 day, 1 hour, 1 minute, 1 second
-    EXPECT_EQ(s.GetTotalDays(), 1);
-    EXPECT_EQ(s.GetDays(), 1);
-    EXPECT_EQ(s.GetHours(), 1);
-    EXPECT_EQ(s.GetMinutes(), 1);
-    EXPECT_EQ(s.GetSeconds(), 1);
-    EXPECT_EQ(s.GetTotalHours(), 25);
-    EXPECT_EQ(s.GetTotalMinutes(), 1501);
-    EXPECT_EQ(s.GetTotalSeconds(), 90061);
-
-    // Divisions truncate toward zero, so the parts of a negative span are negative.
-    TimeSegment n(0, 0, 0, -90061);
-    EXPECT_EQ(n.GetTotalDays(), -1);
-    EXPECT_EQ(n.GetHours(), -1);
-    EXPECT_EQ(n.GetMinutes(), -1);
-    EXPECT_EQ(n.GetSeconds(), -1);
+    const TimeSegment s(90061L), n(0, 0, 0, -90061);  // +-(1 day, 1 hour, 1 minute, 1 second)
+    EXPECT_EQ((std::vector<int64_t>{s.GetTotalDays(), s.GetDays(), s.GetHours(), s.GetMinutes(),
+                                    s.GetSeconds(), s.GetTotalHours(), s.GetTotalMinutes(),
+                                    s.GetTotalSeconds()}),
+              (std::vector<int64_t>{1, 1, 1, 1, 1, 25, 1501, 90061}));
+    EXPECT_EQ(
+        (std::vector<int64_t>{n.GetTotalDays(), n.GetHours(), n.GetMinutes(), n.GetSeconds()}),
+        (std::vector<int64_t>{-1, -1, -1, -1}));
 }
 
 }  // namespace

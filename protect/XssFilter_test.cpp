@@ -1,69 +1,17 @@
-// Tests of BSCheckXSS: the listed cases, the tag list, concurrent first use, and equivalence
-// with a straightforward implementation over many random parameter maps.
+// Tests of BSCheckXSS: the listed cases (the rules and every path of the scan for tags), the tag
+// list, concurrent first use, the callback parameter and the walk order.
 #include "protect/XssFilter.h"
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <atomic>
-#include <cctype>
-#include <random>
 #include <thread>
 #include <vector>
 
 namespace {
 
 using Params = std::map<std::string, std::string>;
-
-std::string ReplaceEvery(std::string s, const std::string& from, const std::string& to) {
-    for (size_t p = s.find(from); p != std::string::npos; p = s.find(from, p + to.size())) {
-        s.replace(p, from.size(), to);
-    }
-    return s;
-}
-
-// The filter written out plainly: every value is lowered, stripped of blanks and scanned.
-uint32_t ReferenceCheck(Params& params, const std::vector<std::string>& tags) {
-    for (auto& kv : params) {
-        if (kv.first == "callbackparam") {
-            if (kv.second.find('<') != std::string::npos) {
-                kv.second = "1111";
-                return 0;
-            }
-            continue;
-        }
-        std::string test;
-        for (char c : kv.second) {
-            if (c != ' ')
-                test += static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
-        }
-        bool refused = false;
-        for (const auto& tag : tags) {
-            if (test.find(tag) != std::string::npos ||
-                (test.size() > 2 && test.front() == '<' && test.back() == '>')) {
-                refused = true;
-                break;
-            }
-        }
-        if (refused) {
-            kv.second = ReplaceEvery(ReplaceEvery(kv.second, "<", "&lt;"), ">", "&gt;");
-            return 0;
-        }
-    }
-    return 1;
-}
-
-std::vector<std::string> SplitTags() {
-    std::vector<std::string> tags;
-    std::string all = g_h5Tag;
-    for (size_t start = 0, comma; start <= all.size(); start = comma + 1) {
-        comma = all.find(',', start);
-        if (comma == std::string::npos)
-            comma = all.size();
-        tags.push_back(all.substr(start, comma - start));
-    }
-    return tags;
-}
 
 class XssFilterTest : public ::testing::Test {};
 
@@ -86,7 +34,6 @@ TEST_F(XssFilterTest, ConcurrentFirstUse) {
     EXPECT_EQ(wrong.load(), 0);
     ASSERT_EQ(g_lstHtTag.size(), 37u);
     EXPECT_EQ(std::count(g_lstHtTag.begin(), g_lstHtTag.end(), "<onunload>"), 2);
-    EXPECT_EQ(std::vector<std::string>(g_lstHtTag.begin(), g_lstHtTag.end()), SplitTags());
     // The filter finds tags in one pass over the "<" of a value; that needs every tag to be
     // "<", then no "<" or ">", then ">".
     for (const std::string& tag : g_lstHtTag) {
@@ -111,6 +58,16 @@ TEST_F(XssFilterTest, ListedCases) {
         {"x<script src=x>", 1, "x<script src=x>"},      // the tag is compared whole
         {"x <On Click>y", 0, "x &lt;On Click&gt;y"},    // event names as bracketed tags
         {"1 < 2 and 3 > 2", 1, "1 < 2 and 3 > 2"},
+        // The scan over the "<" of a value: a "<" before the tag's own, a second "<" before the
+        // first ">", a tag after a pair that is none, a ">" first, no ">" at all.
+        {"x<<script>", 0, "x&lt;&lt;script&gt;"},
+        {"x<a<meta>y", 0, "x&lt;a&lt;meta&gt;y"},
+        {"a<b>c<Meta>", 0, "a&lt;b&gt;c&lt;Meta&gt;"},
+        {"x>a<i>b<onload >", 0, "x&gt;a&lt;i&gt;b&lt;onload &gt;"},
+        {"x<script", 1, "x<script"},
+        {"x<scr\tipt>", 1, "x<scr\tipt>"},  // only blanks are removed
+        {"\xe4<meta>x", 0, "\xe4&lt;meta&gt;x"},
+        {"x<onunload>", 0, "x&lt;onunload&gt;"},  // the last tag of the list
         {"plain", 1, "plain"},
         {"", 1, ""},
     };
@@ -140,39 +97,6 @@ TEST_F(XssFilterTest, CallbackAndWalkOrder) {
     EXPECT_EQ(BSCheckXSS(order), 0u);
     EXPECT_EQ(order["a"], "&lt;b&gt;");
     EXPECT_EQ(order["b"], "<i>");
-}
-
-TEST_F(XssFilterTest, SameResultsAsPlainScanOnRandomMaps) {
-    const std::vector<std::string> tags = SplitTags();
-    std::mt19937 rng(7);
-    const std::string pieces[] = {"<",      ">",      " ",
-                                  "script", "ONLOAD", "a",
-                                  "B",      "<meta>", "< s c r i p t >",
-                                  "x",      "&",      "\xe4\xb8\xad",
-                                  "\x80",   "="};
-    int refusedSeen = 0;
-    for (int i = 0; i < 20000; ++i) {
-        Params p;
-        const int n = static_cast<int>(rng() % 4);
-        for (int k = 0; k < n; ++k) {
-            std::string key = (rng() % 8 == 0) ? "callbackparam" : std::string(1, 'a' + rng() % 5);
-            std::string value;
-            const int parts = static_cast<int>(rng() % 6);
-            for (int j = 0; j < parts; ++j)
-                value += pieces[rng() % (sizeof(pieces) / sizeof(*pieces))];
-            if (rng() % 5 == 0) {  // raw bytes, any value
-                for (int j = 0; j < 8; ++j)
-                    value += static_cast<char>(rng());
-            }
-            p[key] = value;
-        }
-        Params q = p;
-        const uint32_t got = BSCheckXSS(p);
-        ASSERT_EQ(got, ReferenceCheck(q, tags)) << i;
-        ASSERT_EQ(p, q) << i;
-        refusedSeen += got == 0;
-    }
-    EXPECT_GT(refusedSeen, 1000);  // the random maps exercise both outcomes
 }
 
 }  // namespace

@@ -5,6 +5,7 @@
 
 #include <cstdio>
 #include <cstdlib>
+#include <regex>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -29,16 +30,13 @@ const bool g_bChildReported = [] {
 // The lines of `text` with their leading "YYYY-MM-DD hh:mm:ss" time stamp checked and cut off;
 // a line without one is returned whole, prefixed with "BAD:".
 std::vector<std::string> LinesAfterTime(const std::string& text) {
+    static const std::regex stamp(R"(\d{4}-\d\d-\d\d \d\d:\d\d:\d\d)");
     std::vector<std::string> lines;
     std::istringstream in(text);
     std::string line;
-    const std::string shape = "dddd-dd-dd dd:dd:dd";
     while (std::getline(in, line)) {
-        bool ok = line.size() >= shape.size();
-        for (size_t i = 0; ok && i < shape.size(); ++i) {
-            ok = shape[i] == 'd' ? (line[i] >= '0' && line[i] <= '9') : line[i] == shape[i];
-        }
-        lines.push_back(ok ? line.substr(shape.size()) : "BAD:" + line);
+        const bool ok = line.size() >= 19 && std::regex_match(line.substr(0, 19), stamp);
+        lines.push_back(ok ? line.substr(19) : "BAD:" + line);
     }
     return lines;
 }
@@ -56,22 +54,12 @@ protected:
     }
 };
 
+// The cookie rule itself is tested in session/CookieRule_test.cpp; here the name asked for.
 TEST_F(BSWorkDiagTest, SessionCookieAndLastEventId) {
-    struct Case {
-        const char* cookie;
-        const char* id;
-    } cases[] = {
-        {"a=1; qvsessionid=abc; b=2", "abc"},
-        {"qvsessionid=abc", "abc"},
-        {"a=1;qvsessionid", ""},
-        {"qvsessionid=; x=1", ""},
-        {"a=1; b=2", ""},
-        {"qv_lan=en", ""},
-    };
-    for (const Case& c : cases) {
-        head.cookie = c.cookie;
-        EXPECT_EQ(work.CheckQvSession(&info), c.id) << c.cookie;
-    }
+    head.cookie = "qv_lan=en; qvsessionid=abc";
+    EXPECT_EQ(work.CheckQvSession(&info), "abc");
+    head.cookie = "qv_lan=en";
+    EXPECT_EQ(work.CheckQvSession(&info), "");
     EXPECT_EQ(work.CheckQvSession(nullptr), "");
 
     EXPECT_EQ(work.CheckChunkLastEventId(&info), "");
