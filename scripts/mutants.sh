@@ -88,25 +88,28 @@ cleanup() {
   if ((keep)); then echo "mutants: scratch copy kept in $scratch"; else rm -rf "$scratch"; fi
 }
 trap cleanup EXIT
-trap 'exit 130' INT TERM
+trap 'exit 130' INT TERM HUP PIPE
 mkdir -p "$scratch/src"
 git ls-files -z | tar --null -T - -cf - | tar -xf - -C "$scratch/src"
-src="$scratch/src" bld="$scratch/build"
+# The build directory sits inside the copy, as build/ sits in a working tree: with the compiler
+# cache's base_dir above both, the untouched files compile from the cache of any tree's build.
+src="$scratch/src" bld="$scratch/src/build"
 echo "mutants: ${#ids[@]} faults; scratch copy in $scratch"
+t0=$SECONDS
 
 launcher=()
 if command -v ccache >/dev/null; then
   launcher=(-DCMAKE_CXX_COMPILER_LAUNCHER=ccache -DCMAKE_C_COMPILER_LAUNCHER=ccache)
 fi
-if ! cmake -S "$src" -B "$bld" -G Ninja -DWS_BUILD_BENCH=OFF "${launcher[@]}" >"$scratch/cmake.log" 2>&1 ||
-   ! cmake --build "$bld" -j "$jobs" >"$scratch/build.log" 2>&1; then
-  echo "mutants: the scratch copy does not build without faults; see $scratch" >&2
+if ! cmake -S "$src" -B "$bld" -G Ninja -DWS_BUILD_BENCH=OFF "${launcher[@]}" >"$scratch/cmake.log" 2>&1; then
+  echo "mutants: the scratch copy does not configure; see $scratch" >&2
   keep=1
   exit 2
 fi
 
 # The build targets behind the tests that match a ctest expression ("all" when one of them is not
 # a test executable of ours, e.g. a script that checks the shared library or the browser test).
+# Before the first build ctest names a missing executable in a "Could not find" line instead.
 targets_for() {
   local expr="$1" cmd name t=()
   while IFS= read -r cmd; do
@@ -115,7 +118,8 @@ targets_for() {
       "$bld"/test-bin/*) t+=("$name") ;;
       *) echo all; return ;;
     esac
-  done < <(cd "$bld" && ctest -N -V -R "$expr" | sed -n 's/^[0-9]*: Test command: //p')
+  done < <(cd "$bld" && ctest -N -V -R "$expr" |
+    sed -n -e 's/^[0-9]*: Test command: \(..*\)/\1/p' -e 's/^Could not find executable //p')
   ((${#t[@]})) || { echo none; return; }
   printf '%s\n' "${t[@]}" | sort -u
 }
@@ -124,7 +128,28 @@ run_tests() {  # <expr> <log>: 0 when every matching test passed
   (cd "$bld" && ctest -R "$1" -j "$jobs" --timeout 300 --no-tests=error) >"$2" 2>&1
 }
 
-# Baseline: every expression must select tests that pass on the unchanged copy.
+# Baseline: build what the selected faults' tests need (everything when one of them is not a
+# test executable of ours), then every expression must select tests that pass unchanged.
+declare -A targets_of=()
+needed=()
+for i in "${!ids[@]}"; do
+  expr="${tests[$i]}"
+  [ -z "${targets_of[$expr]+x}" ] || continue
+  targets_of[$expr]="$(targets_for "$expr" | tr '\n' ' ')"
+  case " ${targets_of[$expr]} " in
+    *" none "*) echo "mutants: no test matches '$expr' (fault ${ids[$i]})" >&2; keep=1; exit 2 ;;
+  esac
+  read -ra t <<<"${targets_of[$expr]}"
+  needed+=("${t[@]}")
+done
+mapfile -t needed < <(printf '%s\n' "${needed[@]}" | sort -u)
+if printf '%s\n' "${needed[@]}" | grep -qx all; then needed=(); fi
+if ! cmake --build "$bld" -j "$jobs" ${needed[@]+--target "${needed[@]}"} >"$scratch/build.log" 2>&1; then
+  echo "mutants: the scratch copy does not build without faults; see $scratch" >&2
+  keep=1
+  exit 2
+fi
+echo "mutants: baseline built in $((SECONDS - t0)) s"
 declare -A baseline_ok=()
 for i in "${!ids[@]}"; do
   expr="${tests[$i]}"
@@ -137,6 +162,8 @@ for i in "${!ids[@]}"; do
     exit 2
   fi
 done
+
+echo "mutants: baseline tests passed after $((SECONDS - t0)) s"
 
 # --- plant, build, test, restore ----------------------------------------------------------------
 # Exact, literal replacement of the one occurrence; prints how many occurrences there were.
@@ -159,6 +186,7 @@ for i in "${order[@]}"; do
   if [ ! -f "$src/$file" ]; then
     report+=("NOT PLANTED  $id  ($file does not exist)"); notplanted=$((notplanted + 1)); continue
   fi
+  started=$SECONDS
   cp -p "$src/$file" "$scratch/orig"
   planted="$file"
   n="$(plant "$src/$file" "${finds[$i]}" "${repls[$i]}")"
@@ -167,7 +195,7 @@ for i in "${order[@]}"; do
     report+=("NOT PLANTED  $id  (the text occurs $n times in $file)"); notplanted=$((notplanted + 1))
     continue
   fi
-  mapfile -t tg < <(targets_for "$expr")
+  read -ra tg <<<"${targets_of[$expr]}"
   if [ "${tg[0]}" = all ]; then tg=(); fi
   if ! cmake --build "$bld" -j "$jobs" ${tg[@]+--target "${tg[@]}"} >"$scratch/fault.log" 2>&1; then
     state="BUILD FAILED"; nobuild=$((nobuild + 1))
@@ -184,7 +212,7 @@ for i in "${order[@]}"; do
   line="$(printf '%-12s %s' "$state" "$id")"
   [ "$state" != MISSED ] || line+="  ($file: ${whys[$i]})"
   report+=("$line")
-  echo "$line"
+  echo "$line  [$((SECONDS - started)) s]"
 done
 
 {
@@ -197,6 +225,7 @@ done
     printf '%-12s %3d / %3d\n' "$f" "${folder_caught[$f]:-0}" "${folder_planted[$f]}"
   done
   echo
-  echo "caught $caught, missed $missed, not planted $notplanted, build failed $nobuild"
+  echo "caught $caught, missed $missed, not planted $notplanted, build failed $nobuild" \
+    "($((SECONDS - t0)) s)"
 } | tee ${out:+"$out"}
 ((missed == 0))
