@@ -3,8 +3,10 @@
 # test catches. The faults are listed in scripts/mutants.txt (see the head of that file for its
 # form); the working tree is never modified.
 #
-#   scripts/mutants.sh [--faults FILE] [--only REGEX] [--jobs N] [--keep] [--out FILE]
+#   scripts/mutants.sh [--faults FILE] [--only REGEX] [--jobs N] [--keep] [--out FILE] [--check]
 #
+#   --check        only check the list against the tree (each text occurs once, ids unique and
+#                  named after their folder); builds nothing, exits 1 when a fault is stale
 #   --faults FILE  the list of faults (default scripts/mutants.txt)
 #   --only REGEX   plant only the faults whose id matches REGEX (grep -E)
 #   --jobs N       build and test parallelism (default: nproc)
@@ -20,7 +22,7 @@ set -euo pipefail
 top="$(cd "$(dirname "$0")/.." && pwd)"
 cd "$top"
 
-faults_file=scripts/mutants.txt only="" jobs="$(nproc)" keep=0 out=""
+faults_file=scripts/mutants.txt only="" jobs="$(nproc)" keep=0 out="" check=0
 while (($#)); do
   case "$1" in
     --faults) faults_file="$2"; shift 2 ;;
@@ -28,7 +30,8 @@ while (($#)); do
     --jobs) jobs="$2"; shift 2 ;;
     --keep) keep=1; shift ;;
     --out) out="$2"; shift 2 ;;
-    -h|--help) sed -n '2,18p' "$0"; exit 0 ;;
+    --check) check=1; shift ;;
+    -h|--help) sed -n '2,21p' "$0"; exit 0 ;;
     *) echo "mutants: unknown argument $1 (see --help)" >&2; exit 2 ;;
   esac
 done
@@ -70,6 +73,31 @@ parse() {
 }
 parse
 ((${#ids[@]})) || { echo "mutants: no fault selected" >&2; exit 2; }
+
+count() {  # <file> <text>: how many times the text occurs in the file
+  FIND="$2" perl -0777 -ne 'my $f = $ENV{FIND}; my $n = () = /\Q$f\E/g; print $n' "$1"
+}
+
+if ((check)); then
+  stale=0
+  declare -A seen=()
+  for i in "${!ids[@]}"; do
+    id="${ids[$i]}" file="${files[$i]}" why=""
+    if [ -n "${seen[$id]:-}" ]; then
+      why="the id is used twice"
+    elif [ "${id%%-*}" != "${file%%/*}" ]; then
+      why="the id does not begin with its folder, ${file%%/*}-"
+    elif [ ! -f "$file" ]; then
+      why="$file does not exist"
+    elif n="$(count "$file" "${finds[$i]}")" && [ "$n" != 1 ]; then
+      why="the text occurs $n times in $file"
+    fi
+    seen[$id]=1
+    if [ -n "$why" ]; then echo "NOT PLANTED  $id  ($why)"; stale=$((stale + 1)); fi
+  done
+  echo "mutants: ${#ids[@]} faults checked in $faults_file, $stale to fix"
+  exit $((stale > 0))
+fi
 
 # --- the working tree must hold, committed, the files the faults touch -------------------------
 mapfile -t touched < <(printf '%s\n' "${files[@]}" | sort -u)
