@@ -110,6 +110,8 @@ fi
 
 # --- scratch copy and its baseline build --------------------------------------------------------
 scratch="$(mktemp -d "${TMPDIR:-/tmp}/mutants.XXXXXX")"
+# Tests run the host as an unprivileged user from private trees linked into the build tree.
+chmod 755 "$scratch"
 planted=""  # the file that holds a fault right now (restored on any exit)
 cleanup() {
   if [ -n "$planted" ] && [ -f "$scratch/orig" ]; then cp -p "$scratch/orig" "$scratch/src/$planted"; fi
