@@ -66,7 +66,8 @@ protected:
                                                  "\r\n# comment=not an entry\n"
                                                  "TRAILING=ends in a blank \r\n"
                                                  "[console]\nCON_1=console one\n");
-        ws_test::WriteFile(lang + "xx.lang", "ONLY_XX=xx text\n");
+        // Saved with a byte-order mark, as some editors do: the first id must still be found.
+        ws_test::WriteFile(lang + "xx.lang", std::string("\xEF\xBB\xBF") + "ONLY_XX=xx text\n");
         ws_test::WriteFile(lang + "notes.txt", "ONLY_ZH=not a catalog\n");
     }
     void TearDown() override { qv_tipsTranslate_typeInsert(qv_tipsThreadKey(), ""); }
