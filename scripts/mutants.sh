@@ -31,7 +31,7 @@ while (($#)); do
     --keep) keep=1; shift ;;
     --out) out="$2"; shift 2 ;;
     --check) check=1; shift ;;
-    -h|--help) sed -n '2,21p' "$0"; exit 0 ;;
+    -h|--help) sed -n '2,20p' "$0"; exit 0 ;;
     *) echo "mutants: unknown argument $1 (see --help)" >&2; exit 2 ;;
   esac
 done
