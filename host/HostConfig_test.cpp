@@ -27,18 +27,21 @@ TEST_F(HostConfigTest, MissingFileKeepsEveryDefault) {
     EXPECT_EQ(16, c.maxEventStreams);
     EXPECT_EQ(1048576, c.maxBodyBytes);
     EXPECT_TRUE(c.modules.empty());
+    EXPECT_FALSE(c.tls.Enabled());
     EXPECT_EQ(tree.Root() + "/webharbour/hdoc", c.docRoot);
     EXPECT_EQ(tree.Root() + "/middle/log", c.logDir);
 }
 
 TEST_F(HostConfigTest, ReadsEveryKey) {
+    ws_test::WriteFile(tree.Path("c.pem"), "x");
     wh::HostConfig c;
     std::string error;
     ASSERT_TRUE(
         Load("[main]\nListenPort=9000\nListenAddress=127.0.0.1\nWorkerThreads=8\n"
              "MaxEventStreams=3\nMaxBodyBytes=2048\nKeepAliveMs=0\n"
              "RequestTimeoutMs=500\nAccessLog=0\nTrustedProxies=10.0.0.1, 10.0.0.2\n"
-             "[modules]\nb=/opt/x/libb.so /api/\na=liba.so /\n",
+             "[modules]\nb=/opt/x/libb.so /api/\na=liba.so /\n"
+             "[ssl]\nCertificateFile=c.pem\nRedirectPort=0\nHstsMaxAge=60\n",
              c, error))
         << error;
     EXPECT_EQ(9000, c.port);
@@ -54,7 +57,10 @@ TEST_F(HostConfigTest, ReadsEveryKey) {
     EXPECT_TRUE(wh::InRanges(c.metricsAllow, "127.0.0.1"));  // the default: loopback alone
     EXPECT_TRUE(wh::InRanges(c.metricsAllow, "::1"));
     EXPECT_FALSE(wh::InRanges(c.metricsAllow, "10.0.0.1"));
-    EXPECT_FALSE(c.tls.Enabled());
+    EXPECT_EQ(tree.Root() + "/c.pem", c.tls.certificateFile);
+    EXPECT_EQ(c.tls.certificateFile, c.tls.keyFile);  // the key in the certificate's file
+    EXPECT_EQ(0, c.tls.redirectPort);
+    EXPECT_EQ(60, c.tls.hstsMaxAge);
     ASSERT_EQ(2u, c.modules.size());
     // Sorted by name; relative files lie below lib/, prefixes lose trailing slashes.
     EXPECT_EQ(tree.Root() + "/lib/liba.so", c.modules[0].path);
@@ -120,18 +126,6 @@ TEST_F(HostConfigTest, RefusesLinesTheReaderWouldCut) {
             EXPECT_FALSE(c.allowRoot);
         }
     }
-}
-
-TEST_F(HostConfigTest, TlsSettings) {
-    ws_test::WriteFile(tree.Path("c.pem"), "x");
-    wh::HostConfig c;
-    std::string error;
-    ASSERT_TRUE(Load("[ssl]\nCertificateFile=c.pem\nRedirectPort=0\nHstsMaxAge=60\n", c, error))
-        << error;
-    EXPECT_EQ(tree.Root() + "/c.pem", c.tls.certificateFile);
-    EXPECT_EQ(c.tls.certificateFile, c.tls.keyFile);  // the key in the certificate's file
-    EXPECT_EQ(0, c.tls.redirectPort);
-    EXPECT_EQ(60, c.tls.hstsMaxAge);
 }
 
 TEST_F(HostConfigTest, CommandLine) {

@@ -5,18 +5,11 @@
 
 namespace {
 
-int H1(st_wh_info*, void*) {
-    return 1;
-}
-int H2(st_wh_info*, void*) {
-    return 2;
-}
-int H3(st_wh_info*, void*) {
-    return 3;
-}
-int H4(st_wh_info*, void*) {
-    return 4;
-}
+// Handlers that answer their own number.
+const WhHandler H1 = [](st_wh_info*, void*) { return 1; };
+const WhHandler H2 = [](st_wh_info*, void*) { return 2; };
+const WhHandler H3 = [](st_wh_info*, void*) { return 3; };
+const WhHandler H4 = [](st_wh_info*, void*) { return 4; };
 
 class RouterTest : public ::testing::Test {
 protected:
@@ -28,10 +21,10 @@ protected:
 };
 
 TEST_F(RouterTest, ExactPathsAndDirectories) {
-    ASSERT_EQ(0, router.Add("c", "/console", "login", &H1, nullptr));
-    ASSERT_EQ(0, router.Add("c", "/console", "", &H2, nullptr));
-    ASSERT_EQ(0, router.Add("c", "/console", "files/", &H3, nullptr));
-    ASSERT_EQ(0, router.Add("c", "/console", "files/deep/", &H4, nullptr));
+    ASSERT_EQ(0, router.Add("c", "/console", "login", H1, nullptr));
+    ASSERT_EQ(0, router.Add("c", "/console", "", H2, nullptr));
+    ASSERT_EQ(0, router.Add("c", "/console", "files/", H3, nullptr));
+    ASSERT_EQ(0, router.Add("c", "/console", "files/deep/", H4, nullptr));
     const struct {
         const char* path;
         int handler;
@@ -55,14 +48,14 @@ TEST_F(RouterTest, ExactPathsAndDirectories) {
 }
 
 TEST_F(RouterTest, RootModuleAndRefusals) {
-    ASSERT_EQ(0, router.Add("r", "", "", &H1, nullptr));
-    ASSERT_EQ(0, router.Add("r", "", "/api/", &H2, nullptr));  // leading slash ignored
+    ASSERT_EQ(0, router.Add("r", "", "", H1, nullptr));
+    ASSERT_EQ(0, router.Add("r", "", "/api/", H2, nullptr));  // leading slash ignored
     EXPECT_EQ(1, Hit("/"));
     EXPECT_EQ(2, Hit("/api/x"));
     EXPECT_EQ(0, Hit("/index.html"));
-    EXPECT_EQ(-1, router.Add("r", "", "api/", &H3, nullptr));   // taken
+    EXPECT_EQ(-1, router.Add("r", "", "api/", H3, nullptr));    // taken
     EXPECT_EQ(-1, router.Add("r", "", "x", nullptr, nullptr));  // no handler
-    EXPECT_EQ(-1, router.Add("r", "", nullptr, &H3, nullptr));
+    EXPECT_EQ(-1, router.Add("r", "", nullptr, H3, nullptr));
     EXPECT_EQ(2, Hit("/api/x"));
 }
 

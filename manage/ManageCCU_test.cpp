@@ -1,6 +1,6 @@
 // Tests of the CCU records below a company on the embedded engine: round trips to the second,
-// creation by update, replacing, defaults of absent properties and failures that leave the
-// record alone.
+// creation by update, replacing, defaults of absent properties, deleting, and failures that
+// leave the record alone.
 #include <gtest/gtest.h>
 
 #include <list>
@@ -10,6 +10,8 @@
 #include "db/PropSetObj.h"
 #include "db/QvHandle.h"
 #include "manage/ManageDB.h"
+
+using Names = std::list<std::string>;
 
 class ManageCcuTest : public ::testing::Test {
 protected:
@@ -44,6 +46,13 @@ protected:
         ASSERT_EQ(loc.Treedb_ReopenSubKey(path, -1), 0);
         ASSERT_EQ(loc.Treedb_WriteKeyString(name, value), 0);
     }
+    // The CCUs of company c1.
+    Names Ccus() {
+        CSPropSetObj params;
+        Names ccus;
+        EXPECT_EQ(CManageDb::LoadaManageCompany(m_loc, "c1", params, ccus), 0);
+        return ccus;
+    }
     std::string m_strAddr = "127.0.0.1";
     int m_nPort = 0;
     CQvHandleLoc m_loc;  // allocated on "saas" by SetUp, as page handlers hold theirs
@@ -66,6 +75,11 @@ TEST_F(ManageCcuTest, RecordsRoundTripToTheSecond) {
         ASSERT_EQ(CManageDb::LoadManageCCU(m_loc, "c1", ccu, got), 0);
         ExpectSame(got, want);
     }
+    // Deleting one leaves its siblings; deleting it again or under an unknown company succeeds.
+    EXPECT_EQ(CManageDb::DeleteCompanyCCU(m_strAddr, "c1", "u1", m_nPort), 0);
+    EXPECT_EQ(CManageDb::DeleteCompanyCCU(m_strAddr, "c1", "u1", m_nPort), 0);
+    EXPECT_EQ(CManageDb::DeleteCompanyCCU(m_strAddr, "ghost", "u1", m_nPort), 0);
+    EXPECT_EQ(Ccus(), Names({"u0", "u2"}));
 }
 
 TEST_F(ManageCcuTest, UpdateOfAMissingCcuCreatesItAndKeepsOtherProperties) {
@@ -86,10 +100,7 @@ TEST_F(ManageCcuTest, UpdateOfAMissingCcuCreatesItAndKeepsOtherProperties) {
     ASSERT_EQ(CManageDb::AddCompanyCCU(m_loc, "c1", "fresh", want, m_nPort), 0);
     ASSERT_EQ(CManageDb::LoadManageCCU(m_loc, "c1", "fresh", got), 0);
     EXPECT_EQ(m_loc.Treedb_GetPropertyString("note", "gone"), "gone");
-    CSPropSetObj params;
-    std::list<std::string> ccus;
-    ASSERT_EQ(CManageDb::LoadaManageCompany(m_loc, "c1", params, ccus), 0);
-    EXPECT_EQ(ccus, std::list<std::string>({"fresh"}));
+    EXPECT_EQ(Ccus(), Names({"fresh"}));
 }
 
 TEST_F(ManageCcuTest, AbsentPropertiesGiveTheirDefaultsAndAnUnreadableTimeIsKept) {
@@ -101,11 +112,7 @@ TEST_F(ManageCcuTest, AbsentPropertiesGiveTheirDefaultsAndAnUnreadableTimeIsKept
 
     CSMCCCU got = Record(9, tarn::TimeFace(1000000L), "old", 9, 9);
     ASSERT_EQ(CManageDb::LoadManageCCU(m_loc, "c1", "bare", got), 0);
-    EXPECT_EQ(got.m_nConnectStat, 0);
-    EXPECT_EQ(got.m_tmRegister.GetTime(), 1000000);
-    EXPECT_EQ(got.m_strLabel, "only label");
-    EXPECT_EQ(got.m_nUsedDev, -1);
-    EXPECT_EQ(got.m_nUsedMon, -1);
+    ExpectSame(got, Record(0, tarn::TimeFace(1000000L), "only label", -1, -1));
 }
 
 TEST_F(ManageCcuTest, FailuresLeaveTheRecordAndTheTreeAlone) {
@@ -117,30 +124,14 @@ TEST_F(ManageCcuTest, FailuresLeaveTheRecordAndTheTreeAlone) {
     // No CCU is made for a company that is not there.
     EXPECT_EQ(CManageDb::UpdateCompanyCCU(m_loc, "ghost", "u1", rec, m_nPort), BS_ERR_NO_SUBKEY);
     EXPECT_EQ(CManageDb::AddCompanyCCU(m_loc, "ghost", "u1", rec, m_nPort), BS_ERR_NO_SUBKEY);
-    std::list<std::string> names;
+    Names names;
     ASSERT_EQ(CManageDb::LoadManageCompanyNames(m_loc, m_strAddr, names, m_nPort), 0);
-    EXPECT_EQ(names, std::list<std::string>({"c1"}));
+    EXPECT_EQ(names, Names({"c1"}));
 
     for (const std::string bad : {"", "a\\b"}) {
         EXPECT_EQ(CManageDb::AddCompanyCCU(m_loc, "c1", bad, rec, m_nPort), BS_ERR_BAD_NAME);
         EXPECT_EQ(CManageDb::UpdateCompanyCCU(m_loc, "c1", bad, rec, m_nPort), BS_ERR_BAD_NAME);
         EXPECT_EQ(CManageDb::LoadManageCCU(m_loc, bad, "u1", got), BS_ERR_BAD_NAME);
     }
-    CSPropSetObj params;
-    std::list<std::string> ccus;
-    ASSERT_EQ(CManageDb::LoadaManageCompany(m_loc, "c1", params, ccus), 0);
-    EXPECT_TRUE(ccus.empty());
-}
-
-TEST_F(ManageCcuTest, DeletingACcuLeavesItsSiblingsAndUnknownOnesSucceed) {
-    CSMCCCU rec;
-    ASSERT_EQ(CManageDb::AddCompanyCCU(m_loc, "c1", "u1", rec, m_nPort), 0);
-    ASSERT_EQ(CManageDb::AddCompanyCCU(m_loc, "c1", "u2", rec, m_nPort), 0);
-    EXPECT_EQ(CManageDb::DeleteCompanyCCU(m_strAddr, "c1", "u1", m_nPort), 0);
-    EXPECT_EQ(CManageDb::DeleteCompanyCCU(m_strAddr, "c1", "u1", m_nPort), 0);
-    EXPECT_EQ(CManageDb::DeleteCompanyCCU(m_strAddr, "ghost", "u1", m_nPort), 0);
-    CSPropSetObj params;
-    std::list<std::string> ccus;
-    ASSERT_EQ(CManageDb::LoadaManageCompany(m_loc, "c1", params, ccus), 0);
-    EXPECT_EQ(ccus, std::list<std::string>({"u2"}));
+    EXPECT_TRUE(Ccus().empty());
 }

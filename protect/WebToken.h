@@ -22,6 +22,10 @@ public:
     CWebTokenColl(const CWebTokenColl&) = delete;
     CWebTokenColl& operator=(const CWebTokenColl&) = delete;
 
+    // A token is accepted while it is at most 15 whole seconds old; from 16 seconds on it is
+    // stale and its file is swept.
+    static constexpr int64_t kTokenLifeSeconds = 16;
+
     // "<install>/webharbour/hdoc/tmp": where token files live. Set once at load.
     // Both strings are never destroyed: the detached sweeper may still be working while the
     // process runs its exit-time destructors, and must not read a destroyed path.

@@ -59,86 +59,67 @@ protected:
 };
 
 TEST_F(SessionApiTest, PeerAddressComesFromServerVariableTwo) {
-    PeerHost host;
-    host.address = "192.168.7.21";
-    st_wh_head head;
-    st_wh_info info = Record(&head, &host);
-    EXPECT_EQ(GetPeerIP(&info), "192.168.7.21");
-    EXPECT_EQ(host.var, 2);
-    EXPECT_EQ(host.sizeIn, 256u);
-    EXPECT_TRUE(host.bufferZeroed);
-}
-
-TEST_F(SessionApiTest, PeerAddressIsEmptyWhenTheHostCannotAnswer) {
-    st_wh_head head;
-    PeerHost failing;
-    failing.succeed = false;
-    failing.address = "1.2.3.4";
-    st_wh_info info = Record(&head, &failing);
-    EXPECT_EQ(GetPeerIP(&info), "");
+    const struct {
+        bool succeed, fillWhole;
+        const char* address;
+        std::string expected;
+    } cases[] = {
+        {true, false, "192.168.7.21", "192.168.7.21"},
+        {false, false, "1.2.3.4", ""},            // the host cannot answer
+        {true, true, "", std::string(256, 'x')},  // no terminator: cut at the buffer's end
+    };
+    for (const auto& c : cases) {
+        PeerHost host;
+        host.succeed = c.succeed;
+        host.fillWhole = c.fillWhole;
+        host.address = c.address;
+        st_wh_head head;
+        st_wh_info info = Record(&head, &host);
+        EXPECT_EQ(GetPeerIP(&info), c.expected) << c.address;
+        EXPECT_EQ(host.var, 2);
+        EXPECT_EQ(host.sizeIn, 256u);
+        EXPECT_TRUE(host.bufferZeroed);
+    }
     EXPECT_EQ(GetPeerIP(nullptr), "");
+    st_wh_head head;
     st_wh_info noCallback = Record(&head);
     EXPECT_EQ(GetPeerIP(&noCallback), "");
 }
 
-TEST_F(SessionApiTest, PeerAddressFillingTheWholeBufferIsCutAtItsEnd) {
-    PeerHost host;
-    host.fillWhole = true;
-    st_wh_head head;
-    st_wh_info info = Record(&head, &host);
-    EXPECT_EQ(GetPeerIP(&info), std::string(256, 'x'));
-}
-
-TEST_F(SessionApiTest, CookieReadersTakeTheirOwnCookie) {
-    st_wh_head head;
-    head.cookie = "qv_lan=en; CSRF-TOKEN=tok-1; qvsessionid=sess-1";
-    st_wh_info info = Record(&head);
-    EXPECT_EQ(BSCheckQvSession(&info), "sess-1");
-    EXPECT_EQ(GetTokenFromCookie(&info), "tok-1");
-
-    st_wh_info headless = Record(nullptr);
-    EXPECT_EQ(BSCheckQvSession(&headless), "");
-    EXPECT_EQ(GetTokenFromCookie(&headless), "");
-    EXPECT_EQ(BSCheckQvSession(nullptr), "");
-    EXPECT_EQ(GetTokenFromCookie(nullptr), "");
-}
-
+// The cookie readers, and a session's life as the host sees it (tests/session_threads_test runs
+// the same calls from many threads); a session stored under the empty id is found like any other.
 TEST_F(SessionApiTest, SessionLifeFromLoginToLogout) {
-    st_wh_head head;
-    head.cookie = "qvsessionid=api-life-1";
-    st_wh_info info = Record(&head);
-    EXPECT_TRUE(Web_SessionisPastdue(&info));
-
-    std::string id = "api-life-1";
-    BSAddSession(id, "dora", "tenant7", 1, 0, "10.0.0.9");
-    EXPECT_EQ(id, "api-life-1");
-    EXPECT_FALSE(Web_SessionisPastdue(&info));
-    EXPECT_FALSE(BSWhetherSessionIdTimeOut("api-life-1"));
-    std::string company;
-    EXPECT_TRUE(Session_GetCompanyIdBySessionId("api-life-1", company));
-    EXPECT_EQ(company, "tenant7");
-
-    BSEraseSession("api-life-1");
-    EXPECT_TRUE(Web_SessionisPastdue(&info));
-    EXPECT_TRUE(BSWhetherSessionIdTimeOut("api-life-1"));
-    company = "unchanged";
-    EXPECT_FALSE(Session_GetCompanyIdBySessionId("api-life-1", company));
-    EXPECT_EQ(company, "unchanged");
-}
-
-TEST_F(SessionApiTest, NullRecordIsNotPastdueButAnEmptyIdIsTimedOut) {
     EXPECT_FALSE(Web_SessionisPastdue(nullptr));
-    EXPECT_TRUE(BSWhetherSessionIdTimeOut(""));
+    st_wh_info headless = Record(nullptr);
+    for (st_wh_info* info : {&headless, static_cast<st_wh_info*>(nullptr)}) {
+        EXPECT_EQ(BSCheckQvSession(info), "");
+        EXPECT_EQ(GetTokenFromCookie(info), "");
+    }
+    for (const std::string id : {"api-life-1", ""}) {
+        st_wh_head head;  // for "": no cookie at all, so the id read is ""
+        if (!id.empty())
+            head.cookie = "qv_lan=en; CSRF-TOKEN=tok-1; qvsessionid=" + id;
+        st_wh_info info = Record(&head);
+        EXPECT_EQ(BSCheckQvSession(&info), id);
+        EXPECT_EQ(GetTokenFromCookie(&info), id.empty() ? "" : "tok-1");
+        EXPECT_TRUE(Web_SessionisPastdue(&info)) << id;
+        EXPECT_TRUE(BSWhetherSessionIdTimeOut(id)) << id;
+        std::string given = id;
+        BSAddSession(given, "dora", "tenant7", 1, 0, "10.0.0.9");
+        EXPECT_EQ(given, id);
+        EXPECT_FALSE(Web_SessionisPastdue(&info)) << id;
+        EXPECT_FALSE(BSWhetherSessionIdTimeOut(id)) << id;
+        std::string company;
+        EXPECT_TRUE(Session_GetCompanyIdBySessionId(id, company));
+        EXPECT_EQ(company, "tenant7");
 
-    // A session stored under the empty id is found like any other.
-    std::string empty;
-    BSAddSession(empty, "eve", "t", 1, 0, "");
-    EXPECT_FALSE(BSWhetherSessionIdTimeOut(""));
-    st_wh_head head;  // no cookie at all: the id is "" and that session answers
-    st_wh_info info = Record(&head);
-    EXPECT_FALSE(Web_SessionisPastdue(&info));
-    BSEraseSession("");
-    EXPECT_TRUE(BSWhetherSessionIdTimeOut(""));
+        BSEraseSession(id);
+        EXPECT_TRUE(Web_SessionisPastdue(&info)) << id;
+        EXPECT_TRUE(BSWhetherSessionIdTimeOut(id)) << id;
+        company = "unchanged";
+        EXPECT_FALSE(Session_GetCompanyIdBySessionId(id, company));
+        EXPECT_EQ(company, "unchanged");
+    }
 }
 
 }  // namespace
