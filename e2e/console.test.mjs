@@ -184,7 +184,8 @@ async function main() {
   // A live event pushed by eventgen arrives on the event page.
   await page.click('button[data-tab="events"]');
   await streams(page);
-  const marker = `e2e event ${Date.now()}`;
+  // Its text holds markup, which must reach the page as text: no element, no script run.
+  const marker = `<img src=x onerror="window.__x=1">e2e event ${Date.now()}`;
   run('eventgen', '--company', 'acme-e2e', '--host', 'web-7', '--severity', 'critical', '--message', marker);
   await page.waitForFunction((m) => [...document.querySelectorAll('#event-table tbody tr')]
     .some((r) => r.textContent.includes(m) && r.textContent.includes('web-7')), marker, { timeout: 15000 });
@@ -194,7 +195,9 @@ async function main() {
   assert.equal(await visibleRows(), 0, 'the filter hides events that do not match');
   await page.fill('#event-filter', 'WEB-7');
   assert.equal(await visibleRows(), 1, 'and shows those that do, regardless of case');
-  step('live event arrived and the filter works');
+  assert.equal(await page.evaluate(() => document.querySelectorAll('#event-table img').length +
+    (window.__x === undefined ? 0 : 1)), 0, 'the event text was taken as markup');
+  step('live event arrived as text and the filter works');
 
   // A second tab wanting the events too: the host allows one stream here, so the tab is refused
   // and says so; when the session ends it must go back to log in as well.
