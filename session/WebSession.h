@@ -5,7 +5,6 @@
 #include <atomic>
 #include <chrono>
 #include <ctime>
-#include <deque>
 #include <list>
 #include <map>
 #include <memory>
@@ -184,8 +183,10 @@ private:
     const std::string m_strDbServer;
     std::unique_ptr<CShard[]> m_aShards;
 
-    std::mutex m_mutexRetired;  // guards m_dqRetired
-    std::deque<std::pair<std::chrono::steady_clock::time_point, CGWebSession*>> m_dqRetired;
+    std::mutex m_mutexRetired;  // guards m_lstRetired
+    // A list, not a deque: a deque's growth instantiates a standard-library iterator difference
+    // over this type as a weak symbol of default visibility, which the library would export.
+    std::list<std::pair<std::chrono::steady_clock::time_point, CGWebSession*>> m_lstRetired;
 };
 
 // The process-wide session table (defined in session/Globals.cpp). It is never destroyed: the

@@ -60,14 +60,12 @@ void CGWebSessionColl::FinishLeaving(CGWebSession* record) {
 
 void CGWebSessionColl::Retire(CGWebSession* record) {
     const auto now = std::chrono::steady_clock::now();
-    std::deque<std::pair<std::chrono::steady_clock::time_point, CGWebSession*>> expired;
+    std::list<std::pair<std::chrono::steady_clock::time_point, CGWebSession*>> expired;
     {
         std::lock_guard<std::mutex> lock(m_mutexRetired);
-        while (!m_dqRetired.empty() && now - m_dqRetired.front().first > kGrace) {
-            expired.push_back(m_dqRetired.front());
-            m_dqRetired.pop_front();
-        }
-        m_dqRetired.emplace_back(now, record);
+        while (!m_lstRetired.empty() && now - m_lstRetired.front().first > kGrace)
+            expired.splice(expired.end(), m_lstRetired, m_lstRetired.begin());
+        m_lstRetired.emplace_back(now, record);
     }
     for (auto& entry : expired)
         delete entry.second;
@@ -160,5 +158,5 @@ size_t CGWebSessionColl::GetRecordCount() {
         count += m_aShards[i].m_mapStored.size();
     }
     std::lock_guard<std::mutex> lock(m_mutexRetired);
-    return count + m_dqRetired.size();
+    return count + m_lstRetired.size();
 }
