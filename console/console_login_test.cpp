@@ -26,9 +26,9 @@ TEST_F(ConsoleLoopback, CodePictureDrawsTheHandedOutCodeUnderAnHttpOnlyFormKey) 
 // Retry-After; the right password waits too; another user from another address does not.
 TEST_F(ConsoleLoopback, FailedLogInsAreThrottledPerNameAndAddress) {
     auto attempt = [&](const std::string& user, const std::string& password,
-                       const std::string& address) {
+                       const std::string& address, const std::string& code = kCode) {
         return Post("/api/login", CodeKey() + "; " + FreshToken() + "; qv_lan=en",
-                    "user=" + user + "&password=" + password + "&code=" + kCode,
+                    "user=" + user + "&password=" + password + "&code=" + code,
                     "X-Forwarded-For: " + address + "\r\n");
     };
     int worded = 0, waited = 0;
@@ -62,6 +62,10 @@ TEST_F(ConsoleLoopback, FailedLogInsAreThrottledPerNameAndAddress) {
         std::chrono::seconds(std::atoi(right.Header("Retry-After").c_str()) + 1));
     HttpResponse later = attempt("admin", "right-pass", "198.51.100.7");
     EXPECT_EQ(JsonOf(later)["status"].asString(), "success") << later.body;
+    // Wrong verification codes count as failed log-ins too.
+    for (int i = 0; i < 6; ++i)
+        EXPECT_EQ(attempt("ops", "ops-pass", "198.51.100.20", "zzzz").status, 200) << i;
+    EXPECT_EQ(attempt("ops", "ops-pass", "198.51.100.20").status, 429);
     const std::string log = ws_test::RunAndCapture(
         "/bin/sh", {"-c", "cat " + s_tree->Path("middle/log") + "/console*.log"});
     EXPECT_NE(log.find("user \"admin\" from 198.51.100.7"), std::string::npos) << log;

@@ -94,7 +94,7 @@ CGWebSessionColl::~CGWebSessionColl() {
         for (auto& entry : m_aShards[i].m_mapStored)
             delete entry.second;
     }
-    for (auto& retired : m_dqRetired)
+    for (auto& retired : m_lstRetired)
         delete retired.second;
 }
 
