@@ -148,7 +148,8 @@ TEST_F(SessionDbTest, SessionOnlyInTheStoreIsFoundButNotTakenIn) {
 }
 
 // A lookup of a session held in memory never waits for another lookup's database query: here
-// that query waits for a tree handle while every one of the store's pool is borrowed.
+// that query waits for a tree handle while every one of the store's pool is borrowed (and so
+// does the deletion of an erased session's copy).
 TEST_F(SessionDbTest, LookupsInMemoryDoNotWaitForTheStore) {
     CGWebSessionColl table;
     table.InitData();
@@ -170,8 +171,14 @@ TEST_F(SessionDbTest, LookupsInMemoryDoNotWaitForTheStore) {
     std::this_thread::sleep_for(std::chrono::milliseconds(200));
     EXPECT_NE(table.LookSession("live"), nullptr);
     EXPECT_EQ(stage.load(), 1) << "the lookup in memory waited for the store's query";
+    // Erased, while its database copy waits to be deleted: already absent, not served.
+    std::thread erase([&] { table.EraseSession("live"); });
+    while (table.GetSessionCount() != 0)
+        std::this_thread::yield();
+    EXPECT_EQ(table.LookSession("live"), nullptr) << "served while it was leaving";
     borrowed.clear();
     stored.join();
+    erase.join();
 }
 
 TEST_F(SessionDbTest, ErasedAndSweptSessionsLeaveTheStore) {
