@@ -1,17 +1,16 @@
 // Tests of the message-queue calls, with real processes for waking across processes.
 #include <gtest/gtest.h>
-#include <sys/wait.h>
 #include <time.h>
 #include <unistd.h>
 
 #include <algorithm>
-#include <functional>
 #include <string>
 #include <thread>
 #include <vector>
 
 #include "bsapi/bsapi.h"
 #include "tests/support/PgServer.h"
+#include "tests/support/TestTree.h"
 
 using tarn::MemCache;
 using tarn::VariableData;
@@ -22,20 +21,6 @@ long long NowMs() {
     struct timespec ts;
     clock_gettime(CLOCK_MONOTONIC, &ts);
     return ts.tv_sec * 1000LL + ts.tv_nsec / 1000000;
-}
-
-// Runs `child` in a forked process, which exits with its result.
-pid_t Spawn(const std::function<int()>& child) {
-    pid_t pid = fork();
-    if (pid == 0)
-        _exit(child());
-    return pid;
-}
-
-int ExitCode(pid_t pid) {
-    int status = 0;
-    waitpid(pid, &status, 0);
-    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
 }
 
 }  // namespace
@@ -154,7 +139,7 @@ TEST_P(QueueTest, PushFromAnotherProcessWakesAWaitingPop) {
     ASSERT_EQ(Open(m_h, "wake", BS_MQ_OPEN_CREATE), BS_OK);
     int fds[2];
     ASSERT_EQ(pipe(fds), 0);
-    pid_t pid = Spawn([&] {
+    pid_t pid = ws_test::ForkRun([&] {
         void* h = BS_INVALID_HANDLE;
         unsigned long long id = 0;
         if (bs_mq_open(h, "wake", "", 1, 0, "127.0.0.1", m_nPort) != 0)
@@ -169,7 +154,7 @@ TEST_P(QueueTest, PushFromAnotherProcessWakesAWaitingPop) {
     ASSERT_EQ(Pop(v, 10000), BS_OK);
     long long popped = NowMs(), pushed = 0;
     ASSERT_EQ(read(fds[0], &pushed, sizeof pushed), static_cast<ssize_t>(sizeof pushed));
-    EXPECT_EQ(ExitCode(pid), 0);
+    EXPECT_EQ(ws_test::WaitExit(pid), 0);
     EXPECT_EQ(v.GetText(), "ping");
     // The pop sleeps on the push's wake-up rather than polling: well under the 10 s timeout and
     // under any polling period worth having (the latency itself is measured by the benchmark).
@@ -178,7 +163,7 @@ TEST_P(QueueTest, PushFromAnotherProcessWakesAWaitingPop) {
 
 TEST_P(QueueTest, DeletingTheQueueWakesAWaitingPopWith121) {
     ASSERT_EQ(Open(m_h, "doomed", BS_MQ_OPEN_CREATE), BS_OK);
-    pid_t pid = Spawn([&] {
+    pid_t pid = ws_test::ForkRun([&] {
         void* h = BS_INVALID_HANDLE;
         usleep(200000);
         if (bs_mq_open(h, "doomed", "", 1, 0, "127.0.0.1", m_nPort) != 0)
@@ -189,7 +174,7 @@ TEST_P(QueueTest, DeletingTheQueueWakesAWaitingPopWith121) {
     long long start = NowMs();
     EXPECT_EQ(Pop(v, 10000), BS_ERR_NO_QUEUE);
     EXPECT_LT(NowMs() - start, 5000);
-    EXPECT_EQ(ExitCode(pid), 0);
+    EXPECT_EQ(ws_test::WaitExit(pid), 0);
 }
 
 // Two pushers and two poppers, each on a connection of its own: no message lost, none twice.

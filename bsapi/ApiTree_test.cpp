@@ -1,6 +1,5 @@
 // Tests of the tree-database calls, written against the API only so every engine runs them.
 #include <gtest/gtest.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <cmath>
@@ -14,26 +13,9 @@
 
 #include "bsapi/bsapi.h"
 #include "tests/support/PgServer.h"
+#include "tests/support/TestTree.h"
 
 using tarn::VariableData;
-
-namespace {
-
-// Runs `child` in a forked process, which exits with its result.
-pid_t Spawn(const std::function<int()>& child) {
-    pid_t pid = fork();
-    if (pid == 0)
-        _exit(child());
-    return pid;
-}
-
-int ExitCode(pid_t pid) {
-    int status = 0;
-    waitpid(pid, &status, 0);
-    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-}
-
-}  // namespace
 
 class TreeTest : public ::testing::TestWithParam<const char*> {
 protected:
@@ -316,7 +298,7 @@ TEST_P(TreeTest, ContendingWriterGetsBusyAndTheFileStaysWhole) {
     int toChild[2], toParent[2];
     ASSERT_EQ(pipe(toChild), 0);
     ASSERT_EQ(pipe(toParent), 0);
-    pid_t pid = Spawn([&] {
+    pid_t pid = ws_test::ForkRun([&] {
         void* h = BS_INVALID_HANDLE;
         char c = 0;
         int rc = OpenOther(h, "t");
@@ -332,7 +314,7 @@ TEST_P(TreeTest, ContendingWriterGetsBusyAndTheFileStaysWhole) {
     EXPECT_EQ(bs_treedb_insert_property(m_h, "n", VariableData(2), true), BS_ERR_BUSY);
     EXPECT_EQ(bs_treedb_begin_transaction(m_h), BS_ERR_BUSY);
     ASSERT_EQ(write(toChild[1], &c, 1), 1);
-    EXPECT_EQ(ExitCode(pid), 0);
+    EXPECT_EQ(ws_test::WaitExit(pid), 0);
     EXPECT_EQ(GetInt("n"), 1);
     Put("n", VariableData(5));
     EXPECT_EQ(GetInt("n"), 5);
@@ -433,7 +415,7 @@ TEST_P(TreeTest, WritersInSeveralProcessesLoseNothing) {
     const int kWriters = 3, kEach = 120;
     std::vector<pid_t> pids;
     for (int w = 0; w < kWriters; ++w) {
-        pids.push_back(Spawn([&] {
+        pids.push_back(ws_test::ForkRun([&] {
             void* h = BS_INVALID_HANDLE;
             if (OpenOther(h, "shared") != 0)
                 return 2;
@@ -449,7 +431,7 @@ TEST_P(TreeTest, WritersInSeveralProcessesLoseNothing) {
         }));
     }
     for (pid_t pid : pids)
-        EXPECT_EQ(ExitCode(pid), 0);
+        EXPECT_EQ(ws_test::WaitExit(pid), 0);
     std::map<std::string, VariableData> all;
     ASSERT_EQ(bs_treedb_get_all_properties(m_h, all), BS_OK);
     EXPECT_EQ(all.size(), static_cast<size_t>(kWriters * kEach));

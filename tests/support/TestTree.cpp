@@ -164,4 +164,17 @@ void RemoveTree(const std::string& path) {
     ::nftw(path.c_str(), RemoveOne, 16, FTW_DEPTH | FTW_PHYS);
 }
 
+pid_t ForkRun(const std::function<int()>& child) {
+    pid_t pid = ::fork();
+    if (pid == 0)
+        _exit(child());
+    return pid;
+}
+
+int WaitExit(pid_t pid) {
+    int status = 0;
+    ::waitpid(pid, &status, 0);
+    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+}
+
 }  // namespace ws_test

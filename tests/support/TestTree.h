@@ -45,6 +45,11 @@ std::string RunAndCapture(const std::string& exe, const std::vector<std::string>
 pid_t Spawn(const std::vector<std::string>& argv, const std::string& out, const std::string& err,
             const std::function<void()>& inChild = nullptr);
 
+// Runs `child` in a forked process, which exits with its result; WaitExit waits for that process
+// and gives its exit status (-1 when it did not exit normally).
+pid_t ForkRun(const std::function<int()>& child);
+int WaitExit(pid_t pid);
+
 void WriteFile(const std::string& path, const std::string& content);
 std::string ReadFile(const std::string& path);
 bool FileExists(const std::string& path);
