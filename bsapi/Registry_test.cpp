@@ -124,12 +124,17 @@ TEST_F(RegistryTest, FirstOpenWaitsWhileAnotherConnectionHoldsTheNewFile) {
     ASSERT_EQ(sqlite3_open((ServerDir(m_nPort) + "/tree_held.db").c_str(), &other), SQLITE_OK);
     ASSERT_EQ(sqlite3_exec(other, "CREATE TABLE t(a); BEGIN IMMEDIATE", nullptr, nullptr, nullptr),
               SQLITE_OK);
-    std::thread release([other] {
+    // The writer waits for locks as the library's connections do: without that, its commit may
+    // meet the opener's lock and give up, and the file stays held.
+    sqlite3_busy_timeout(other, 5000);
+    int committed = -1;
+    std::thread release([other, &committed] {
         std::this_thread::sleep_for(std::chrono::milliseconds(300));
-        sqlite3_exec(other, "COMMIT", nullptr, nullptr, nullptr);
+        committed = sqlite3_exec(other, "COMMIT", nullptr, nullptr, nullptr);
     });
     EXPECT_EQ(Open("held"), BS_OK);
     release.join();
+    EXPECT_EQ(committed, SQLITE_OK);
     sqlite3_close(other);
 }
 
